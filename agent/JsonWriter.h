@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstdio>
+#include <optional>
+#include <string>
+
+#include "core/model/Json.h"
+
+namespace velmora {
+
+// Renders one document as the agent prints it: pretty-printed, keys sorted at
+// every level, every "/" written as "\/", other characters as UTF-8 with only the
+// escapes JSON requires, and a trailing newline. Invalid UTF-8 coming from a
+// platform string is replaced, never emitted. None when the document holds a
+// number that is not finite: such a document is not written at all.
+std::optional<std::string> renderDocument(const Json& document);
+
+// Writes renderDocument(document) to `out` and flushes. Writes nothing, quietly,
+// when rendering fails. Whether anything was written.
+bool writeDocument(const Json& document, std::FILE* out = stdout);
+
+}  // namespace velmora

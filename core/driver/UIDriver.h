@@ -17,7 +17,7 @@ namespace velmora {
 // platform's file read or write error travels as PlatformError with the
 // platform's own text. Operations are declared in their contract order.
 class UIDriver {
-public:
+  public:
     virtual ~UIDriver() = default;
 
     // The frontmost application's bundle identifier; none when there is none.

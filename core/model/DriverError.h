@@ -10,7 +10,7 @@ namespace velmora {
 // The one error that drivers and the router throw. Its description is the
 // text a broker reads in `errorMessage` and `error`.
 class DriverError : public std::exception {
-public:
+  public:
     enum class Case {
         unsupportedProtocol,
         consentDenied,
@@ -43,7 +43,7 @@ public:
         return a.case_ == b.case_ && a.payload_ == b.payload_ && a.actual_ == b.actual_;
     }
 
-private:
+  private:
     DriverError(Case errorCase, std::string payload, std::optional<std::string> actual = {});
 
     Case case_;
@@ -55,7 +55,7 @@ private:
 // A file read or write error of the platform. It is not wrapped in a
 // DriverError: its description is the platform's own text.
 class PlatformError : public std::runtime_error {
-public:
+  public:
     explicit PlatformError(const std::string& description) : std::runtime_error(description) {}
     std::string description() const { return what(); }
 };

@@ -99,7 +99,7 @@ Rect asRect(const Json& value, const std::string& path);
 
 // Reads one object's members, in the order the caller asks for them.
 class ObjectReader {
-public:
+  public:
     ObjectReader(const Json& value, std::string path) : value_(value), path_(std::move(path)) {
         if (!value_.is_object()) {
             wrongType(value_, path_.empty() ? "" : path_, "an object");
@@ -127,7 +127,7 @@ public:
         return decode(*found, memberPath(path_, key));
     }
 
-private:
+  private:
     const Json& value_;
     std::string path_;
 };
@@ -154,8 +154,8 @@ ActionKind asKind(const Json& value, const std::string& path) {
     std::string raw = asString(value, path);
     auto kind = actionKindFromRaw(raw);
     if (!kind) {
-        fail(path, "unknown action kind " + Json(raw).dump(-1, ' ', false,
-                                                           Json::error_handler_t::replace));
+        fail(path, "unknown action kind " +
+                       Json(raw).dump(-1, ' ', false, Json::error_handler_t::replace));
     }
     return *kind;
 }
@@ -255,8 +255,7 @@ DriverRequest decodeRequest(const Json& document) {
     return DriverRequest(std::move(sessionId), std::move(seatLease), std::move(targetBundleId),
                          std::move(actions), std::move(targetAppName), std::move(approvedApps),
                          deniedApps.value_or(std::vector<std::string>{}), consent,
-                         std::move(screenshotDir),
-                         protocolVersion.value_or(kDriverBrokerProtocol));
+                         std::move(screenshotDir), protocolVersion.value_or(kDriverBrokerProtocol));
 }
 
 DriverRequest decodeRequest(std::string_view text) {
@@ -310,9 +309,9 @@ ActionReceipt decodeReceipt(const Json& value, const std::string& path) {
     receipt.ts = reader.required("ts", asString);
     receipt.receiptId = reader.required("receiptId", asString);
     receipt.screenshotPath = reader.optional("screenshotPath", asString);
-    receipt.queryResult = reader.optional("queryResult", [](const Json& list, const std::string& p) {
-        return asList(list, p, decodeElementInfo);
-    });
+    receipt.queryResult = reader.optional(
+        "queryResult",
+        [](const Json& list, const std::string& p) { return asList(list, p, decodeElementInfo); });
     receipt.errorMessage = reader.optional("errorMessage", asString);
     return receipt;
 }
@@ -422,8 +421,7 @@ void to_json(Json& out, const ElementInfo& value) {
 }
 
 void to_json(Json& out, const StructuralState& value) {
-    out = Json{{"elementCount", value.elementCount},
-               {"roleHistogram", Json(value.roleHistogram)}};
+    out = Json{{"elementCount", value.elementCount}, {"roleHistogram", Json(value.roleHistogram)}};
     putOptional(out, "frontmostBundleId", value.frontmostBundleId);
 }
 

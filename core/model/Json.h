@@ -27,7 +27,7 @@ namespace velmora {
 using Json = nlohmann::json;
 
 class DecodeError : public std::runtime_error {
-public:
+  public:
     explicit DecodeError(const std::string& message) : std::runtime_error(message) {}
 };
 

@@ -36,7 +36,7 @@ struct Size {
 
 // An accessibility element (AXUIElementRef on macOS). Providers subclass it.
 class AccessibleObject {
-public:
+  public:
     virtual ~AccessibleObject() = default;
 };
 using AXElement = std::shared_ptr<const AccessibleObject>;
@@ -97,7 +97,9 @@ struct AttributeRead {
     int32_t code = kAXErrorFailure;
     std::optional<AttributeValue> value;  // none is null
 
-    static AttributeRead success(AttributeValue value) { return {kAXErrorSuccess, std::move(value)}; }
+    static AttributeRead success(AttributeValue value) {
+        return {kAXErrorSuccess, std::move(value)};
+    }
     static AttributeRead successNull() { return {kAXErrorSuccess, std::nullopt}; }
     static AttributeRead failure(int32_t code) { return {code, std::nullopt}; }
 };
@@ -116,7 +118,7 @@ struct RunningApplication {
 // Child processes
 
 class ChildProcess {
-public:
+  public:
     virtual ~ChildProcess() = default;
 };
 
@@ -146,14 +148,14 @@ inline constexpr uint64_t kCGEventFlagMaskSecondaryFn = 0x800000;
 
 // A created, not yet released event (CGEventRef). Released when destroyed.
 class InputEvent {
-public:
+  public:
     virtual ~InputEvent() = default;
 };
 using EventRef = std::unique_ptr<InputEvent>;
 
 // An event source (CGEventSourceRef).
 class EventSource {
-public:
+  public:
     virtual ~EventSource() = default;
 };
 
@@ -162,14 +164,14 @@ public:
 
 // One display of the shareable content (SCDisplay).
 struct Display {
-    int64_t width = 0;   // as reported, in points; no scale factor applied
+    int64_t width = 0;  // as reported, in points; no scale factor applied
     int64_t height = 0;
     std::shared_ptr<void> native;  // the provider's own handle
 };
 
 // A captured image (CGImageRef).
 class CapturedImage {
-public:
+  public:
     virtual ~CapturedImage() = default;
 };
 using ImageRef = std::shared_ptr<const CapturedImage>;
@@ -189,7 +191,7 @@ struct FileContents {
 
 // A counting semaphore starting at zero (dispatch_semaphore_t).
 class Semaphore {
-public:
+  public:
     virtual ~Semaphore() = default;
     // May be called from any thread.
     virtual void signal() = 0;
@@ -200,7 +202,7 @@ public:
 // ---------------------------------------------------------------------------
 
 class Platform {
-public:
+  public:
     virtual ~Platform() = default;
 
     // Accessibility -----------------------------------------------------------
@@ -222,13 +224,15 @@ public:
     // NSWorkspace URLForApplicationWithBundleIdentifier:, as a path; none when not installed.
     virtual std::optional<std::string> applicationLocation(const std::string& bundleId) = 0;
     // NSBundle initWithURL: then executableURL, as a path; none when either is missing.
-    virtual std::optional<std::string> bundleExecutableLocation(const std::string& bundleLocation) = 0;
+    virtual std::optional<std::string> bundleExecutableLocation(
+        const std::string& bundleLocation) = 0;
     // NSWorkspace openApplicationAtURL:configuration:completionHandler: with a
     // configuration whose activates is `activates`. The completion receives the
     // error's description, or none, and may run on another thread, possibly after
     // the caller stopped waiting: it must only touch what it shares by ownership.
-    virtual void openApplication(const std::string& location, bool activates,
-                                 std::function<void(std::optional<std::string> error)> completion) = 0;
+    virtual void openApplication(
+        const std::string& location, bool activates,
+        std::function<void(std::optional<std::string> error)> completion) = 0;
     // NSRunningApplication activateWithOptions: on the instance with this process id.
     virtual void activateApplication(int32_t processId, uint32_t options) = 0;
 
@@ -236,8 +240,8 @@ public:
 
     // NSTask with executable URL and arguments, inheriting the standard streams,
     // launchAndReturnError:. Null when it could not be started.
-    virtual std::shared_ptr<ChildProcess> startProcess(const std::string& executable,
-                                                       const std::vector<std::string>& arguments) = 0;
+    virtual std::shared_ptr<ChildProcess> startProcess(
+        const std::string& executable, const std::vector<std::string>& arguments) = 0;
     // NSTask waitUntilExit.
     virtual void waitUntilExit(ChildProcess& process) = 0;
 

@@ -15,7 +15,7 @@ int runRequest(std::string_view input,
                const std::function<DriverResponse(const DriverRequest&)>& run, std::FILE* out) {
     std::optional<DriverRequest> request;
     try {
-        request = decodeRequest(input);
+        request = decodeRequestText(input);
     } catch (const DecodeError& error) {
         writeDocument(Json(undecodableResponse(error.what())), out);
         return kExitUndecodable;

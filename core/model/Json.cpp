@@ -258,7 +258,7 @@ DriverRequest decodeRequest(const Json& document) {
                          std::move(screenshotDir), protocolVersion.value_or(kDriverBrokerProtocol));
 }
 
-DriverRequest decodeRequest(std::string_view text) {
+DriverRequest decodeRequestText(std::string_view text) {
     return decodeRequest(parseJson(text));
 }
 

@@ -34,7 +34,8 @@ class DecodeError : public std::runtime_error {
 // Parses `text` as one JSON document; a syntax error is a DecodeError.
 Json parseJson(std::string_view text);
 
-DriverRequest decodeRequest(std::string_view text);
+// Parses `text` and decodes it as a request.
+DriverRequest decodeRequestText(std::string_view text);
 DriverRequest decodeRequest(const Json& document);
 DriverAction decodeAction(const Json& value, const std::string& path);
 ElementSelector decodeSelector(const Json& value, const std::string& path);

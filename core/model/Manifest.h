@@ -14,7 +14,7 @@ extern const char* const kAgentPlatform;
 std::string shortHostName();
 
 struct SelfCheck {
-    std::string protocolVersion;
+    std::string protocolVersion{};
     bool accessibilityTrusted = false;
     bool screenRecordingGranted = false;
     bool healthy = false;
@@ -23,14 +23,14 @@ struct SelfCheck {
 };
 
 struct DriverInstanceManifest {
-    std::string kind;
-    std::string surface;
-    std::vector<std::string> capabilities;
+    std::string kind{};
+    std::string surface{};
+    std::vector<std::string> capabilities{};
     bool requiresLease = false;
-    std::string endpoint;
-    std::string protocolVersion;
-    std::string bundleIdentifier;
-    std::string platform;
+    std::string endpoint{};
+    std::string protocolVersion{};
+    std::string bundleIdentifier{};
+    std::string platform{};
 
     // The manifest this agent announces for `bundleIdentifier`: reached at
     // "loopback://" + shortHostName() + "/exec", on the platform it was built for.

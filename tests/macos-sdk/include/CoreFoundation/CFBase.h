@@ -1,0 +1,39 @@
+// CFBase.h, as far as the macOS provider uses it.
+#pragma once
+
+#include <CoreFoundation/CFAvailability.h>
+#include <MacTypes.h>
+
+CF_EXTERN_C_BEGIN
+CF_ASSUME_NONNULL_BEGIN
+
+typedef unsigned long CFTypeID;
+typedef signed long CFIndex;
+
+// A reference to any CoreFoundation object.
+typedef const void* CFTypeRef;
+
+typedef const struct CF_BRIDGED_TYPE(NSString) __CFString* CFStringRef;
+typedef const struct __CFAllocator* CFAllocatorRef;
+
+typedef struct {
+    CFIndex location;
+    CFIndex length;
+} CFRange;
+
+CF_INLINE CFRange CFRangeMake(CFIndex loc, CFIndex len) {
+    CFRange range;
+    range.location = loc;
+    range.length = len;
+    return range;
+}
+
+// The default allocator (the same as passing NULL).
+CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
+
+CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
+CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
+CF_EXPORT void CFRelease(CFTypeRef cf);
+
+CF_ASSUME_NONNULL_END
+CF_EXTERN_C_END

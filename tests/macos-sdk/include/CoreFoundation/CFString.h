@@ -1,0 +1,47 @@
+// CFString.h, as far as the macOS provider uses it.
+#pragma once
+
+#include <CoreFoundation/CFBase.h>
+
+CF_EXTERN_C_BEGIN
+CF_ASSUME_NONNULL_BEGIN
+
+typedef UInt32 CFStringEncoding;
+
+typedef CF_ENUM(CFStringEncoding, CFStringBuiltInEncodings) {
+    kCFStringEncodingMacRoman = 0,
+    kCFStringEncodingWindowsLatin1 = 0x0500,
+    kCFStringEncodingISOLatin1 = 0x0201,
+    kCFStringEncodingNextStepLatin = 0x0B01,
+    kCFStringEncodingASCII = 0x0600,
+    kCFStringEncodingUnicode = 0x0100,
+    kCFStringEncodingUTF8 = 0x08000100,
+    kCFStringEncodingNonLossyASCII = 0x0BFF,
+    kCFStringEncodingUTF16 = 0x0100,
+    kCFStringEncodingUTF16BE = 0x10000100,
+    kCFStringEncodingUTF16LE = 0x14000100,
+    kCFStringEncodingUTF32 = 0x0c000100,
+    kCFStringEncodingUTF32BE = 0x18000100,
+    kCFStringEncodingUTF32LE = 0x1c000100,
+};
+
+CF_EXPORT CFTypeID CFStringGetTypeID(void);
+
+// NULL when the bytes are not valid in the encoding.
+CF_EXPORT CFStringRef _Nullable CFStringCreateWithBytes(CFAllocatorRef _Nullable alloc,
+                                                        const UInt8* bytes, CFIndex numBytes,
+                                                        CFStringEncoding encoding,
+                                                        Boolean isExternalRepresentation);
+
+// The length in UTF-16 code units.
+CF_EXPORT CFIndex CFStringGetLength(CFStringRef theString);
+
+// Converts a range of the string; with a NULL buffer it only measures. Returns the
+// number of UTF-16 units converted.
+CF_EXPORT CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStringEncoding encoding,
+                                   UInt8 lossByte, Boolean isExternalRepresentation,
+                                   UInt8* _Nullable buffer, CFIndex maxBufLen,
+                                   CFIndex* _Nullable usedBufLen);
+
+CF_ASSUME_NONNULL_END
+CF_EXTERN_C_END

@@ -1,0 +1,7 @@
+// The CoreFoundation umbrella header, as far as the macOS provider uses it.
+#pragma once
+
+#include <CoreFoundation/CFArray.h>
+#include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFNumber.h>
+#include <CoreFoundation/CFString.h>

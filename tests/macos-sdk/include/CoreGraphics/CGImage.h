@@ -1,0 +1,16 @@
+// CGImage.h, as far as the macOS provider uses it.
+#pragma once
+
+#include <CoreGraphics/CGBase.h>
+
+CF_EXTERN_C_BEGIN
+CF_ASSUME_NONNULL_BEGIN
+
+typedef struct CF_BRIDGED_TYPE(id) CGImage* CGImageRef;
+
+// Equivalent to CFRetain and CFRelease, but NULL is allowed.
+CG_EXTERN CGImageRef _Nullable CGImageRetain(CGImageRef _Nullable image);
+CG_EXTERN void CGImageRelease(CGImageRef _Nullable image);
+
+CF_ASSUME_NONNULL_END
+CF_EXTERN_C_END

@@ -1,0 +1,15 @@
+// NSBundle.h, as far as the macOS provider uses it.
+#pragma once
+
+#import <Foundation/NSObject.h>
+#import <Foundation/NSURL.h>
+
+NS_ASSUME_NONNULL_BEGIN
+
+@interface NSBundle : NSObject
+// nil when `url` names no bundle.
+- (nullable instancetype)initWithURL:(NSURL*)url;
+@property(nullable, readonly, copy) NSURL* executableURL;
+@end
+
+NS_ASSUME_NONNULL_END

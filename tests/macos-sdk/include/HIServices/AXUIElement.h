@@ -1,0 +1,27 @@
+// AXUIElement.h, as far as the macOS provider uses it.
+#pragma once
+
+#include <sys/types.h>
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <HIServices/AXError.h>
+
+CF_EXTERN_C_BEGIN
+CF_ASSUME_NONNULL_BEGIN
+
+typedef const struct CF_BRIDGED_TYPE(id) __AXUIElement* AXUIElementRef;
+
+// Whether this process is a trusted accessibility client.
+CF_EXPORT Boolean AXIsProcessTrusted(void);
+
+CF_EXPORT CFTypeID AXUIElementGetTypeID(void);
+
+// The top-level element of the application with this process id (the Create rule).
+CF_EXPORT AXUIElementRef AXUIElementCreateApplication(pid_t pid);
+
+// On success *value holds a retained value (the Copy rule) or NULL.
+CF_EXPORT AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute,
+                                                CFTypeRef _Nullable* _Nonnull value);
+
+CF_ASSUME_NONNULL_END
+CF_EXTERN_C_END

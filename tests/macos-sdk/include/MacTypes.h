@@ -13,3 +13,20 @@ typedef unsigned char Boolean;
 // UTF-16 code units and their counts.
 typedef UInt16 UniChar;
 typedef unsigned long UniCharCount;
+
+// Not used by the agent, but every file that includes a system framework sees
+// them in the global namespace, and they share their names with the agent's own
+// geometry types: a name that would be ambiguous on a Mac must be ambiguous here.
+typedef long Size;
+struct Point {
+    short v;
+    short h;
+};
+typedef struct Point Point;
+struct Rect {
+    short top;
+    short left;
+    short bottom;
+    short right;
+};
+typedef struct Rect Rect;

@@ -8,9 +8,5 @@ CF_ASSUME_NONNULL_BEGIN
 
 typedef struct CF_BRIDGED_TYPE(id) CGImage* CGImageRef;
 
-// Equivalent to CFRetain and CFRelease, but NULL is allowed.
-CG_EXTERN CGImageRef _Nullable CGImageRetain(CGImageRef _Nullable image);
-CG_EXTERN void CGImageRelease(CGImageRef _Nullable image);
-
 CF_ASSUME_NONNULL_END
 CF_EXTERN_C_END

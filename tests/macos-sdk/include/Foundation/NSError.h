@@ -8,7 +8,6 @@
 NS_ASSUME_NONNULL_BEGIN
 
 @interface NSError : NSObject <NSCopying>
-@property(readonly, copy) NSString* localizedDescription;
 @end
 
 NS_ASSUME_NONNULL_END

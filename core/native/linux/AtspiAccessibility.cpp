@@ -1,0 +1,361 @@
+#include "core/native/linux/AtspiAccessibility.h"
+
+#include <mutex>
+
+#include <atspi/atspi.h>
+
+#include "core/native/linux/GLibLogging.h"
+#include "core/native/linux/RoleNames.h"
+#include "core/native/linux/X11Connection.h"
+
+namespace velmora::native::freedesktop {
+
+namespace {
+
+// libatspi keeps process-wide state and is not thread-safe: every call into it,
+// releases included, holds this lock.
+std::recursive_mutex& atspiMutex() {
+    static std::recursive_mutex mutex;
+    return mutex;
+}
+
+// How long one request to an application may take, in milliseconds. libatspi
+// would otherwise allow 15 s to every application it met in the last 15 s (for
+// this short-lived agent: all of them), so that one hung application would stall
+// a tree walk for minutes.
+constexpr gint kRequestTimeoutMs = 2500;
+
+enum class Connection { untried, connected, failed };
+
+// Connects to the accessibility bus once. libatspi cannot retry a failed
+// connection, so without DISPLAY (no X11 session to find the bus through) it is
+// not even tried, leaving a later attempt possible.
+bool connected() {
+    static Connection state = Connection::untried;
+    if (state == Connection::untried) {
+        if (!x11DisplayName()) {
+            return false;
+        }
+        quietGLibLogging();
+        state = atspi_init() == 0 ? Connection::connected : Connection::failed;
+        if (state == Connection::connected) {
+            atspi_set_timeout(kRequestTimeoutMs, -1);
+        }
+    }
+    return state == Connection::connected;
+}
+
+// Handles the bus messages that arrived since the last call (applications that
+// appeared or went away), without waiting for more.
+void processPendingMessages() {
+    for (int i = 0; i < 10000 && g_main_context_iteration(nullptr, FALSE); ++i) {
+    }
+}
+
+class AtspiElement final : public AccessibleObject {
+  public:
+    // Takes over a reference to `object`, which may be null: then every read
+    // fails with `failure`.
+    AtspiElement(AtspiAccessible* object, int32_t failure) : object_(object), failure_(failure) {}
+    ~AtspiElement() override {
+        if (object_ != nullptr) {
+            std::lock_guard lock(atspiMutex());
+            g_object_unref(object_);
+        }
+    }
+    AtspiElement(const AtspiElement&) = delete;
+    AtspiElement& operator=(const AtspiElement&) = delete;
+
+    AtspiAccessible* object() const { return object_; }
+    int32_t failure() const { return failure_; }
+
+  private:
+    AtspiAccessible* object_;
+    int32_t failure_;
+};
+
+struct ErrorHolder {
+    GError* error = nullptr;
+    ~ErrorHolder() { g_clear_error(&error); }
+    GError** out() {
+        g_clear_error(&error);
+        return &error;
+    }
+    bool failed() const { return error != nullptr; }
+};
+
+template <typename T>
+struct Ref {
+    T* object;
+    explicit Ref(T* o) : object(o) {}
+    ~Ref() {
+        if (object != nullptr) {
+            g_object_unref(object);
+        }
+    }
+    Ref(const Ref&) = delete;
+    Ref& operator=(const Ref&) = delete;
+    explicit operator bool() const { return object != nullptr; }
+};
+
+struct StateSet {
+    AtspiStateSet* set;
+    explicit StateSet(AtspiAccessible* object) : set(atspi_accessible_get_state_set(object)) {}
+    ~StateSet() {
+        if (set != nullptr) {
+            g_object_unref(set);
+        }
+    }
+    StateSet(const StateSet&) = delete;
+    StateSet& operator=(const StateSet&) = delete;
+    bool has(AtspiStateType state) const {
+        return set != nullptr && atspi_state_set_contains(set, state) != FALSE;
+    }
+};
+
+AttributeRead textRead(gchar* text) {
+    if (text == nullptr) {
+        return AttributeRead::failure(kAXErrorNoValue);
+    }
+    std::string value(text);
+    g_free(text);
+    if (value.empty()) {
+        return AttributeRead::failure(kAXErrorNoValue);
+    }
+    return AttributeRead::success(AttributeValue::ofText(std::move(value)));
+}
+
+bool hasEditableChild(AtspiAccessible* object) {
+    ErrorHolder error;
+    gint count = atspi_accessible_get_child_count(object, error.out());
+    for (gint i = 0; !error.failed() && i < count; ++i) {
+        Ref<AtspiAccessible> child(atspi_accessible_get_child_at_index(object, i, error.out()));
+        if (!child) {
+            continue;
+        }
+        AtspiRole role = atspi_accessible_get_role(child.object, error.out());
+        if (!error.failed() && (role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+AttributeRead readRole(AtspiAccessible* object) {
+    ErrorHolder error;
+    AtspiRole role = atspi_accessible_get_role(object, error.out());
+    if (error.failed()) {
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
+    RoleTraits traits;
+    if (role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_PASSWORD_TEXT) {
+        traits.multiLine = StateSet(object).has(ATSPI_STATE_MULTI_LINE);
+    } else if (role == ATSPI_ROLE_COMBO_BOX) {
+        traits.editable = StateSet(object).has(ATSPI_STATE_EDITABLE) || hasEditableChild(object);
+    }
+    return AttributeRead::success(AttributeValue::ofText(macRoleName(role, traits)));
+}
+
+bool isCheckable(AtspiAccessible* object, const StateSet& states) {
+    if (states.has(ATSPI_STATE_CHECKABLE)) {
+        return true;
+    }
+    ErrorHolder error;
+    AtspiRole role = atspi_accessible_get_role(object, error.out());
+    if (error.failed()) {
+        return false;
+    }
+    switch (role) {
+        case ATSPI_ROLE_CHECK_BOX:
+        case ATSPI_ROLE_RADIO_BUTTON:
+        case ATSPI_ROLE_TOGGLE_BUTTON:
+        case ATSPI_ROLE_CHECK_MENU_ITEM:
+        case ATSPI_ROLE_RADIO_MENU_ITEM:
+            return true;
+        default:
+            return false;
+    }
+}
+
+AttributeRead readValue(AtspiAccessible* object) {
+    ErrorHolder error;
+    if (Ref<AtspiValue> value(atspi_accessible_get_value_iface(object)); value) {
+        double current = atspi_value_get_current_value(value.object, error.out());
+        if (error.failed()) {
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
+        return AttributeRead::success(AttributeValue::ofNumber(current));
+    }
+    StateSet states(object);
+    if (isCheckable(object, states)) {
+        double checked = states.has(ATSPI_STATE_INDETERMINATE)                                ? 2
+                         : states.has(ATSPI_STATE_CHECKED) || states.has(ATSPI_STATE_PRESSED) ? 1
+                                                                                              : 0;
+        return AttributeRead::success(AttributeValue::ofNumber(checked));
+    }
+    if (Ref<AtspiText> text(atspi_accessible_get_text_iface(object)); text) {
+        gint count = atspi_text_get_character_count(text.object, error.out());
+        if (error.failed()) {
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
+        gchar* contents = atspi_text_get_text(text.object, 0, count, error.out());
+        if (error.failed() || contents == nullptr) {
+            g_free(contents);
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
+        std::string value(contents);
+        g_free(contents);
+        // An empty text field has the empty text as its value, as on macOS.
+        return AttributeRead::success(AttributeValue::ofText(std::move(value)));
+    }
+    return AttributeRead::failure(kAXErrorNoValue);
+}
+
+AttributeRead readExtents(AtspiAccessible* object, bool position) {
+    Ref<AtspiComponent> component(atspi_accessible_get_component_iface(object));
+    if (!component) {
+        return AttributeRead::failure(kAXErrorAttributeUnsupported);
+    }
+    ErrorHolder error;
+    AtspiRect* extents =
+        atspi_component_get_extents(component.object, ATSPI_COORD_TYPE_SCREEN, error.out());
+    if (error.failed() || extents == nullptr) {
+        g_free(extents);
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
+    // Toolkits place what is not on screen (a closed menu's items) at the
+    // smallest coordinate: such an element has no frame.
+    if (extents->x == G_MININT32 || extents->y == G_MININT32) {
+        g_free(extents);
+        return AttributeRead::failure(kAXErrorNoValue);
+    }
+    AttributeValue value =
+        position ? AttributeValue::ofPoint(Point{.x = static_cast<double>(extents->x),
+                                                 .y = static_cast<double>(extents->y)})
+                 : AttributeValue::ofSize(Size{.width = static_cast<double>(extents->width),
+                                               .height = static_cast<double>(extents->height)});
+    g_free(extents);
+    return AttributeRead::success(std::move(value));
+}
+
+AttributeRead readChildren(AtspiAccessible* object) {
+    ErrorHolder error;
+    gint count = atspi_accessible_get_child_count(object, error.out());
+    if (error.failed()) {
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
+    std::vector<AXElement> children;
+    for (gint i = 0; i < count; ++i) {
+        // A child that went away in the meantime is left out.
+        AtspiAccessible* child = atspi_accessible_get_child_at_index(object, i, error.out());
+        if (child != nullptr) {
+            children.push_back(std::make_shared<AtspiElement>(child, kAXErrorCannotComplete));
+        }
+    }
+    return AttributeRead::success(AttributeValue::ofElements(std::move(children)));
+}
+
+AttributeRead readWindows(AtspiAccessible* object) {
+    ErrorHolder error;
+    AtspiRole role = atspi_accessible_get_role(object, error.out());
+    if (error.failed()) {
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
+    if (role != ATSPI_ROLE_APPLICATION) {
+        return AttributeRead::failure(kAXErrorAttributeUnsupported);
+    }
+    return readChildren(object);
+}
+
+}  // namespace
+
+AXElement AtspiAccessibility::applicationElement(int32_t processId) {
+    std::lock_guard lock(atspiMutex());
+    if (!connected()) {
+        return std::make_shared<AtspiElement>(nullptr, kAXErrorAPIDisabled);
+    }
+    processPendingMessages();
+    Ref<AtspiAccessible> desktop(atspi_get_desktop(0));
+    ErrorHolder error;
+    gint count = desktop ? atspi_accessible_get_child_count(desktop.object, error.out()) : 0;
+    for (gint i = 0; !error.failed() && i < count; ++i) {
+        AtspiAccessible* application =
+            atspi_accessible_get_child_at_index(desktop.object, i, error.out());
+        if (application == nullptr) {
+            error.out();  // that application went away; look on
+            continue;
+        }
+        guint owner = atspi_accessible_get_process_id(application, error.out());
+        if (!error.failed() && static_cast<int64_t>(owner) == processId) {
+            return std::make_shared<AtspiElement>(application, kAXErrorCannotComplete);
+        }
+        error.out();
+        g_object_unref(application);
+    }
+    return std::make_shared<AtspiElement>(nullptr, kAXErrorCannotComplete);
+}
+
+AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const std::string& name) {
+    const auto* atspiElement = dynamic_cast<const AtspiElement*>(element.get());
+    if (atspiElement == nullptr) {
+        return AttributeRead::failure(kAXErrorFailure);
+    }
+    if (atspiElement->object() == nullptr) {
+        return AttributeRead::failure(atspiElement->failure());
+    }
+    std::lock_guard lock(atspiMutex());
+    AtspiAccessible* object = atspiElement->object();
+    if (name == "AXRole") {
+        return readRole(object);
+    }
+    if (name == "AXTitle") {
+        ErrorHolder error;
+        gchar* title = atspi_accessible_get_name(object, error.out());
+        if (error.failed()) {
+            g_free(title);
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
+        return textRead(title);
+    }
+    if (name == "AXIdentifier") {
+        ErrorHolder error;
+        gchar* identifier = atspi_accessible_get_accessible_id(object, error.out());
+        if (error.failed()) {
+            g_free(identifier);
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
+        return textRead(identifier);
+    }
+    if (name == "AXValue") {
+        return readValue(object);
+    }
+    if (name == "AXPosition") {
+        return readExtents(object, true);
+    }
+    if (name == "AXSize") {
+        return readExtents(object, false);
+    }
+    if (name == "AXChildren") {
+        return readChildren(object);
+    }
+    if (name == "AXWindows") {
+        return readWindows(object);
+    }
+    return AttributeRead::failure(kAXErrorAttributeUnsupported);
+}
+
+bool AtspiAccessibility::isReachable() {
+    std::lock_guard lock(atspiMutex());
+    if (!connected()) {
+        return false;
+    }
+    Ref<AtspiAccessible> desktop(atspi_get_desktop(0));
+    if (!desktop) {
+        return false;
+    }
+    ErrorHolder error;
+    atspi_accessible_get_child_count(desktop.object, error.out());
+    return !error.failed();
+}
+
+}  // namespace velmora::native::freedesktop

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "core/native/Platform.h"
+
+// The accessibility operations of the platform layer over AT-SPI 2.
+//
+// Attributes, with the macOS names the driver reads:
+//   "AXRole"        the element's role, named as macOS names it (RoleNames.h)
+//   "AXTitle"       the accessible name; an empty name reads as no value
+//   "AXIdentifier"  the accessible id; an empty id reads as no value
+//   "AXValue"       a number for elements with a value (sliders, progress bars,
+//                   spin buttons) and for checkable ones (1 checked, 0 not,
+//                   2 indeterminate); else the text of a text element
+//   "AXPosition"    the top-left corner of its screen extents, boxed as a point
+//   "AXSize"        the size of its screen extents, boxed as a size
+//   "AXChildren"    its children
+//   "AXWindows"     of an application: its top-level children
+// Any other attribute fails with kAXErrorAttributeUnsupported. A read whose
+// element lacks the interface it needs fails with kAXErrorAttributeUnsupported
+// too, a read the application did not answer with kAXErrorCannotComplete, and
+// a missing value with kAXErrorNoValue. Reads never succeed with null.
+//
+// The AT-SPI connection is made on first use: constructing needs no bus.
+
+namespace velmora::native::freedesktop {
+
+class AtspiAccessibility {
+  public:
+    AtspiAccessibility() = default;
+
+    // The application on the accessibility desktop whose process id is
+    // `processId`. When there is none (or the bus is unreachable) the element
+    // still exists, and every read of it fails.
+    AXElement applicationElement(int32_t processId);
+    AttributeRead copyAttribute(const AXElement& element, const std::string& name);
+    // Whether the accessibility bus answers: its registry lists the desktop.
+    bool isReachable();
+};
+
+}  // namespace velmora::native::freedesktop

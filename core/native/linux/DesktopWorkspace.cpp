@@ -1,0 +1,109 @@
+#include "core/native/linux/DesktopWorkspace.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/native/linux/ApplicationIdentity.h"
+#include "core/native/linux/DesktopEntries.h"
+#include "core/native/linux/ProcessTable.h"
+#include "core/native/linux/X11Windows.h"
+
+namespace velmora::native::freedesktop {
+
+namespace {
+
+const char* const kNoDisplay =
+    "no X11 display: DISPLAY is not set (only X11 sessions are supported)";
+
+bool isExecutableFile(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           access(path.c_str(), X_OK) == 0;
+}
+
+}  // namespace
+
+std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
+    std::optional<int32_t> processId;
+    std::vector<WindowFacts> windows;
+    {
+        auto lock = x11_.lock();
+        ::Display* display = x11_.display();
+        if (display == nullptr) {
+            return std::nullopt;
+        }
+        processId = frontmostProcessId(display);
+        if (!processId) {
+            return std::nullopt;
+        }
+        windows = topLevelWindows(display);
+    }
+    if (!executableOf(*processId)) {
+        return std::nullopt;  // gone, or a client on another machine
+    }
+    std::string id = applicationIdOf(processFacts(*processId, windows), installedDesktopEntries());
+    return id.empty() ? std::nullopt : std::optional(id);
+}
+
+std::vector<RunningApplication> DesktopWorkspace::runningApplications(
+    const std::string& applicationId) {
+    std::vector<WindowFacts> windows;
+    {
+        auto lock = x11_.lock();
+        if (::Display* display = x11_.display()) {
+            windows = topLevelWindows(display);
+        }
+    }
+    const auto entries = installedDesktopEntries();
+    std::vector<RunningApplication> running;
+    std::optional<std::optional<std::string>> installedFile;  // looked up once, when needed
+    for (int32_t processId : userProcessIds()) {
+        ProcessFacts facts = processFacts(processId, windows);
+        if (facts.executablePath.empty() || applicationIdOf(facts, entries) != applicationId) {
+            continue;
+        }
+        if (!installedFile) {
+            installedFile = desktopFileOfId(applicationId);
+        }
+        RunningApplication application;
+        application.processId = processId;
+        application.bundleLocation = installedFile->value_or(facts.executablePath);
+        application.executableLocation = facts.executablePath;
+        running.push_back(std::move(application));
+    }
+    return running;
+}
+
+std::optional<std::string> DesktopWorkspace::applicationLocation(const std::string& applicationId) {
+    return desktopFileOfId(applicationId);
+}
+
+std::optional<std::string> DesktopWorkspace::bundleExecutableLocation(const std::string& location) {
+    if (isDesktopFileName(location)) {
+        return desktopFileProgram(location);
+    }
+    if (isExecutableFile(location)) {
+        return location;
+    }
+    return std::nullopt;
+}
+
+void DesktopWorkspace::openApplication(
+    const std::string& location,
+    const std::function<void(std::optional<std::string>)>& completion) {
+    auto displayName = x11DisplayName();
+    if (!displayName) {
+        completion(std::string(kNoDisplay));
+        return;
+    }
+    completion(launchApplication(location, *displayName));
+}
+
+void DesktopWorkspace::activateApplication(int32_t processId) {
+    auto lock = x11_.lock();
+    if (::Display* display = x11_.display()) {
+        activateProcessWindow(display, processId);
+    }
+}
+
+}  // namespace velmora::native::freedesktop

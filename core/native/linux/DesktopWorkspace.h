@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/native/Platform.h"
+#include "core/native/linux/X11Connection.h"
+
+namespace velmora::native::freedesktop {
+
+// The workspace operations of the platform layer on an X11 desktop: which
+// application is in front, which processes an application identifier names,
+// where an application is installed, launching and activating. Every identifier
+// here is an application's desktop-entry id (see ApplicationIdentity.h).
+class DesktopWorkspace {
+  public:
+    explicit DesktopWorkspace(X11Connection& x11) : x11_(x11) {}
+
+    std::optional<std::string> frontmostApplicationId();
+    std::vector<RunningApplication> runningApplications(const std::string& applicationId);
+    std::optional<std::string> applicationLocation(const std::string& applicationId);
+    std::optional<std::string> bundleExecutableLocation(const std::string& location);
+    // Completes on the calling thread before returning.
+    void openApplication(const std::string& location,
+                         const std::function<void(std::optional<std::string>)>& completion);
+    void activateApplication(int32_t processId);
+
+  private:
+    X11Connection& x11_;
+};
+
+}  // namespace velmora::native::freedesktop

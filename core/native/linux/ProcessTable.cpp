@@ -1,0 +1,137 @@
+#include "core/native/linux/ProcessTable.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace velmora::native::freedesktop {
+
+namespace {
+
+std::string procPath(int32_t processId, const char* entry) {
+    return "/proc/" + std::to_string(processId) + "/" + entry;
+}
+
+// A /proc file's whole contents; empty when unreadable (another user's process,
+// or one that has just ended).
+std::string readProcFile(int32_t processId, const char* entry) {
+    std::ifstream stream(procPath(processId, entry), std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>());
+}
+
+// The NUL-separated strings of /proc/PID/environ or /proc/PID/cmdline.
+std::vector<std::string> nulSeparated(const std::string& contents) {
+    std::vector<std::string> items;
+    size_t start = 0;
+    while (start < contents.size()) {
+        size_t end = contents.find('\0', start);
+        if (end == std::string::npos) {
+            end = contents.size();
+        }
+        items.push_back(contents.substr(start, end - start));
+        start = end + 1;
+    }
+    return items;
+}
+
+std::optional<int32_t> parseProcessId(const std::string& text) {
+    if (text.empty() || text.size() > 10 ||
+        !std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+        return std::nullopt;
+    }
+    long value = std::strtol(text.c_str(), nullptr, 10);
+    if (value <= 0 || value > INT32_MAX) {
+        return std::nullopt;
+    }
+    return static_cast<int32_t>(value);
+}
+
+}  // namespace
+
+std::optional<std::string> executableOf(int32_t processId) {
+    std::string link = procPath(processId, "exe");
+    std::string target(4096, '\0');
+    ssize_t length = readlink(link.c_str(), target.data(), target.size());
+    if (length <= 0 || static_cast<size_t>(length) >= target.size()) {
+        return std::nullopt;
+    }
+    target.resize(static_cast<size_t>(length));
+    // An executable replaced on disk since the start reads as "PATH (deleted)".
+    constexpr std::string_view kDeleted = " (deleted)";
+    if (target.ends_with(kDeleted)) {
+        target.resize(target.size() - kDeleted.size());
+    }
+    return target;
+}
+
+std::vector<int32_t> userProcessIds() {
+    std::vector<int32_t> ids;
+    DIR* proc = opendir("/proc");
+    if (proc == nullptr) {
+        return ids;
+    }
+    const uid_t user = getuid();
+    while (dirent* entry = readdir(proc)) {
+        auto pid = parseProcessId(entry->d_name);
+        if (!pid) {
+            continue;
+        }
+        struct stat status {};
+        if (stat(procPath(*pid, "").c_str(), &status) != 0 || status.st_uid != user) {
+            continue;
+        }
+        if (executableOf(*pid)) {
+            ids.push_back(*pid);
+        }
+    }
+    closedir(proc);
+    std::sort(ids.begin(), ids.end());
+    return ids;
+}
+
+ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& windows) {
+    ProcessFacts facts;
+    facts.processId = processId;
+
+    constexpr std::string_view kLaunchedFile = "GIO_LAUNCHED_DESKTOP_FILE=";
+    constexpr std::string_view kLaunchedPid = "GIO_LAUNCHED_DESKTOP_FILE_PID=";
+    for (const auto& variable : nulSeparated(readProcFile(processId, "environ"))) {
+        if (variable.starts_with(kLaunchedFile)) {
+            facts.launchedDesktopFile = variable.substr(kLaunchedFile.size());
+        } else if (variable.starts_with(kLaunchedPid)) {
+            facts.launchedDesktopFilePid = parseProcessId(variable.substr(kLaunchedPid.size()));
+            if (!facts.launchedDesktopFilePid) {
+                facts.launchedDesktopFilePid = 0;  // present but unreadable: not this process
+            }
+        }
+    }
+
+    facts.executablePath = executableOf(processId).value_or("");
+    auto arguments = nulSeparated(readProcFile(processId, "cmdline"));
+    if (!arguments.empty()) {
+        facts.commandName = baseName(arguments.front());
+    }
+
+    for (const auto& window : windows) {
+        if (window.processId != processId) {
+            continue;
+        }
+        for (const auto& name : window.windowClasses) {
+            if (std::find(facts.windowClasses.begin(), facts.windowClasses.end(), name) ==
+                facts.windowClasses.end()) {
+                facts.windowClasses.push_back(name);
+            }
+        }
+        if (facts.gtkApplicationId.empty()) {
+            facts.gtkApplicationId = window.gtkApplicationId;
+        }
+    }
+    return facts;
+}
+
+}  // namespace velmora::native::freedesktop

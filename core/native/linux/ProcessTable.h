@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/native/linux/ApplicationIdentity.h"
+#include "core/native/linux/X11Windows.h"
+
+// The running processes as /proc shows them.
+
+namespace velmora::native::freedesktop {
+
+// The processes of the current user that run an executable (kernel threads and
+// zombies have none), in ascending process id order.
+std::vector<int32_t> userProcessIds();
+
+// The resolved /proc/PID/exe; none when it cannot be read.
+std::optional<std::string> executableOf(int32_t processId);
+
+// What the identity rule needs to know about a process; `windows` are the
+// desktop's top-level windows, of which the process's own are used.
+ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& windows);
+
+}  // namespace velmora::native::freedesktop

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <string>
+
+#include <atspi/atspi-constants.h>
+
+namespace velmora::native::freedesktop {
+
+// What besides its role decides an element's role name.
+struct RoleTraits {
+    bool multiLine = false;  // ATSPI_STATE_MULTI_LINE
+    bool editable = false;   // ATSPI_STATE_EDITABLE, or an editable child (combo boxes)
+};
+
+// The role an AT-SPI element reports as "AXRole": the name that the macOS
+// accessibility interface gives the same kind of element, so that selectors and
+// role histograms read alike on both systems. The one table is:
+//
+//   AT-SPI role                          AXRole
+//   push button                          AXButton
+//   check box                            AXCheckBox
+//   radio button, page tab               AXRadioButton
+//   text, entry, password text           AXTextField (AXTextArea when multi-line)
+//   label                                AXStaticText
+//   frame, window, dialog                AXWindow
+//   application                          AXApplication
+//   menu bar                             AXMenuBar
+//   menu, popup menu                     AXMenu
+//   menu item, check/radio menu item     AXMenuItem
+//   combo box                            AXComboBox when editable, else AXPopUpButton
+//   list, list box                       AXList
+//   table                                AXTable
+//   table cell                           AXCell
+//   tree table                           AXOutline
+//   scroll bar                           AXScrollBar
+//   scroll pane                          AXScrollArea
+//   slider                               AXSlider
+//   spin button                          AXIncrementor
+//   progress bar                         AXProgressIndicator
+//   tool bar                             AXToolbar
+//   page tab list                        AXTabGroup
+//   image, icon                          AXImage
+//   link                                 AXLink
+//   panel, filler                        AXGroup
+//   heading                              AXHeading
+//   any other role                       "AX" + its AT-SPI name in upper camel case
+//                                        (tree item -> AXTreeItem)
+std::string macRoleName(AtspiRole role, RoleTraits traits = {});
+
+// "AX" followed by an AT-SPI role name in upper camel case: "document frame" ->
+// "AXDocumentFrame". Blanks, hyphens and underscores separate words.
+std::string upperCamelRoleName(const std::string& atspiRoleName);
+
+}  // namespace velmora::native::freedesktop

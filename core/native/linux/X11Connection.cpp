@@ -1,0 +1,72 @@
+#include "core/native/linux/X11Connection.h"
+
+#include <cstdlib>
+
+namespace velmora::native::freedesktop {
+
+namespace {
+
+int ignoreProtocolError(::Display*, XErrorEvent*) {
+    return 0;
+}
+
+// Called first when a connection is lost; the per-connection exit handler then
+// marks it broken instead of ending the process. Nothing is printed: standard
+// error is not ours to write to.
+int quietConnectionLoss(::Display*) {
+    return 0;
+}
+
+void installHandlers() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        XSetErrorHandler(ignoreProtocolError);
+        XSetIOErrorHandler(quietConnectionLoss);
+    });
+}
+
+}  // namespace
+
+std::optional<std::string> x11DisplayName() {
+    const char* name = std::getenv("DISPLAY");
+    if (name == nullptr || *name == '\0') {
+        return std::nullopt;
+    }
+    return std::string(name);
+}
+
+std::unique_ptr<X11Display> X11Display::open(const std::string& name) {
+    installHandlers();
+    ::Display* display = XOpenDisplay(name.c_str());
+    if (display == nullptr) {
+        return nullptr;
+    }
+    return std::unique_ptr<X11Display>(new X11Display(display, name));
+}
+
+X11Display::X11Display(::Display* display, std::string name)
+    : display_(display), name_(std::move(name)) {
+    XSetIOErrorExitHandler(display_, &X11Display::onConnectionLost, this);
+}
+
+X11Display::~X11Display() {
+    XCloseDisplay(display_);
+}
+
+void X11Display::onConnectionLost(::Display*, void* self) {
+    static_cast<X11Display*>(self)->broken_ = true;
+}
+
+::Display* X11Connection::display() {
+    if (connection_ != nullptr && connection_->get() != nullptr) {
+        return connection_->get();
+    }
+    auto name = x11DisplayName();
+    if (!name) {
+        return nullptr;
+    }
+    connection_ = X11Display::open(*name);
+    return connection_ != nullptr ? connection_->get() : nullptr;
+}
+
+}  // namespace velmora::native::freedesktop

@@ -1,0 +1,225 @@
+#include "core/native/linux/X11Windows.h"
+
+#include <X11/Xatom.h>
+#include <X11/Xutil.h>
+
+namespace velmora::native::freedesktop {
+
+namespace {
+
+// The 32-bit items of a window property of the given type (Xlib hands them out
+// as longs), or an empty list.
+std::vector<unsigned long> longProperty(::Display* display, Window window, const char* name,
+                                        Atom type) {
+    Atom property = XInternAtom(display, name, False);
+    Atom actualType = None;
+    int actualFormat = 0;
+    unsigned long count = 0;
+    unsigned long remaining = 0;
+    unsigned char* data = nullptr;
+    std::vector<unsigned long> items;
+    if (XGetWindowProperty(display, window, property, 0, 1L << 16, False, type, &actualType,
+                           &actualFormat, &count, &remaining, &data) == Success &&
+        data != nullptr && actualType == type && actualFormat == 32) {
+        auto* values = reinterpret_cast<unsigned long*>(data);
+        items.assign(values, values + count);
+    }
+    if (data != nullptr) {
+        XFree(data);
+    }
+    return items;
+}
+
+std::string textProperty(::Display* display, Window window, const char* name) {
+    Atom property = XInternAtom(display, name, False);
+    Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
+    Atom actualType = None;
+    int actualFormat = 0;
+    unsigned long count = 0;
+    unsigned long remaining = 0;
+    unsigned char* data = nullptr;
+    std::string text;
+    if (XGetWindowProperty(display, window, property, 0, 1L << 16, False, utf8, &actualType,
+                           &actualFormat, &count, &remaining, &data) == Success &&
+        data != nullptr && actualType == utf8 && actualFormat == 8) {
+        text.assign(reinterpret_cast<const char*>(data), count);
+    }
+    if (data != nullptr) {
+        XFree(data);
+    }
+    return text;
+}
+
+int32_t windowProcessId(::Display* display, Window window) {
+    auto pid = longProperty(display, window, "_NET_WM_PID", XA_CARDINAL);
+    return pid.empty() ? 0 : static_cast<int32_t>(pid.front());
+}
+
+std::vector<Window> childrenOf(::Display* display, Window window) {
+    Window root = 0;
+    Window parent = 0;
+    Window* children = nullptr;
+    unsigned int count = 0;
+    std::vector<Window> list;
+    if (XQueryTree(display, window, &root, &parent, &children, &count) != 0 &&
+        children != nullptr) {
+        list.assign(children, children + count);
+    }
+    if (children != nullptr) {
+        XFree(children);
+    }
+    return list;
+}
+
+std::optional<Window> parentOf(::Display* display, Window window) {
+    Window root = 0;
+    Window parent = 0;
+    Window* children = nullptr;
+    unsigned int count = 0;
+    if (XQueryTree(display, window, &root, &parent, &children, &count) == 0) {
+        return std::nullopt;
+    }
+    if (children != nullptr) {
+        XFree(children);
+    }
+    if (parent == 0 || parent == root) {
+        return std::nullopt;
+    }
+    return parent;
+}
+
+bool isClientWindow(::Display* display, Window window) {
+    XClassHint hint{};
+    if (XGetClassHint(display, window, &hint) != 0) {
+        XFree(hint.res_name);
+        XFree(hint.res_class);
+        return true;
+    }
+    return windowProcessId(display, window) != 0;
+}
+
+}  // namespace
+
+WindowFacts windowFacts(::Display* display, Window window) {
+    WindowFacts facts;
+    facts.window = window;
+    facts.processId = windowProcessId(display, window);
+    XClassHint hint{};
+    if (XGetClassHint(display, window, &hint) != 0) {
+        if (hint.res_name != nullptr) {
+            facts.windowClasses.emplace_back(hint.res_name);
+            XFree(hint.res_name);
+        }
+        if (hint.res_class != nullptr) {
+            facts.windowClasses.emplace_back(hint.res_class);
+            XFree(hint.res_class);
+        }
+    }
+    facts.gtkApplicationId = textProperty(display, window, "_GTK_APPLICATION_ID");
+    XWindowAttributes attributes{};
+    facts.viewable = XGetWindowAttributes(display, window, &attributes) != 0 &&
+                     attributes.map_state == IsViewable;
+    return facts;
+}
+
+bool hasWindowManager(::Display* display) {
+    Window root = DefaultRootWindow(display);
+    auto check = longProperty(display, root, "_NET_SUPPORTING_WM_CHECK", XA_WINDOW);
+    if (check.empty() || check.front() == 0) {
+        return false;
+    }
+    // A window manager that has gone leaves a stale property behind; the check
+    // window itself must still name itself.
+    auto self = longProperty(display, check.front(), "_NET_SUPPORTING_WM_CHECK", XA_WINDOW);
+    return !self.empty() && self.front() == check.front();
+}
+
+std::vector<WindowFacts> topLevelWindows(::Display* display) {
+    Window root = DefaultRootWindow(display);
+    std::vector<Window> windows;
+    if (hasWindowManager(display)) {
+        for (auto window : longProperty(display, root, "_NET_CLIENT_LIST", XA_WINDOW)) {
+            windows.push_back(window);
+        }
+    }
+    if (windows.empty()) {
+        for (auto child : childrenOf(display, root)) {
+            if (isClientWindow(display, child)) {
+                windows.push_back(child);
+                continue;
+            }
+            // A window manager's frame: the client is one level down.
+            for (auto grandchild : childrenOf(display, child)) {
+                if (isClientWindow(display, grandchild)) {
+                    windows.push_back(grandchild);
+                }
+            }
+        }
+    }
+    std::vector<WindowFacts> facts;
+    facts.reserve(windows.size());
+    for (auto window : windows) {
+        facts.push_back(windowFacts(display, window));
+    }
+    return facts;
+}
+
+std::optional<int32_t> frontmostProcessId(::Display* display) {
+    if (hasWindowManager(display)) {
+        auto active =
+            longProperty(display, DefaultRootWindow(display), "_NET_ACTIVE_WINDOW", XA_WINDOW);
+        if (active.empty() || active.front() == 0) {
+            return std::nullopt;
+        }
+        int32_t pid = windowProcessId(display, active.front());
+        return pid != 0 ? std::optional(pid) : std::nullopt;
+    }
+    Window focus = 0;
+    int revertTo = 0;
+    XGetInputFocus(display, &focus, &revertTo);
+    std::optional<Window> window;
+    if (focus != None && focus != PointerRoot) {
+        window = focus;
+    }
+    while (window) {
+        int32_t pid = windowProcessId(display, *window);
+        if (pid != 0) {
+            return pid;
+        }
+        window = parentOf(display, *window);
+    }
+    return std::nullopt;
+}
+
+bool activateProcessWindow(::Display* display, int32_t processId) {
+    std::optional<WindowFacts> target;
+    for (auto& facts : topLevelWindows(display)) {
+        // The newest shown window, else the newest window.
+        if (facts.processId == processId && (!target || facts.viewable || !target->viewable)) {
+            target = facts;
+        }
+    }
+    if (!target) {
+        return false;
+    }
+    Window root = DefaultRootWindow(display);
+    if (hasWindowManager(display)) {
+        XEvent event{};
+        event.xclient.type = ClientMessage;
+        event.xclient.window = target->window;
+        event.xclient.message_type = XInternAtom(display, "_NET_ACTIVE_WINDOW", False);
+        event.xclient.format = 32;
+        event.xclient.data.l[0] = 2;  // source: a pager, which window managers obey
+        event.xclient.data.l[1] = CurrentTime;
+        event.xclient.data.l[2] = 0;
+        XSendEvent(display, root, False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
+    }
+    XRaiseWindow(display, target->window);
+    if (target->viewable) {
+        XSetInputFocus(display, target->window, RevertToParent, CurrentTime);
+    }
+    XSync(display, False);
+    return true;
+}
+
+}  // namespace velmora::native::freedesktop

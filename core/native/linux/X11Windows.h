@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <X11/Xlib.h>
+
+// Reading and raising top-level windows: who owns a window, which window is in
+// front, and bringing a process's window forward.
+
+namespace velmora::native::freedesktop {
+
+// A client's top-level window and what it says about its owner.
+struct WindowFacts {
+    Window window = 0;
+    int32_t processId = 0;                   // _NET_WM_PID, 0 when not set
+    std::vector<std::string> windowClasses;  // WM_CLASS instance and class names
+    std::string gtkApplicationId;            // _GTK_APPLICATION_ID, or empty
+    bool viewable = false;                   // mapped (shown)
+};
+
+// The clients' top-level windows: the window manager's client list when one is
+// running, else the root window's children and, below frames, their children
+// that carry a process id. Root-window order (bottom to top) otherwise.
+std::vector<WindowFacts> topLevelWindows(::Display* display);
+
+// The facts of one window.
+WindowFacts windowFacts(::Display* display, Window window);
+
+// Whether an EWMH window manager is running (_NET_SUPPORTING_WM_CHECK).
+bool hasWindowManager(::Display* display);
+
+// The process owning the frontmost window: the window manager's
+// _NET_ACTIVE_WINDOW, or without a window manager the window holding the input
+// focus (or its nearest ancestor with _NET_WM_PID). None when there is no such
+// window or it does not name its process.
+std::optional<int32_t> frontmostProcessId(::Display* display);
+
+// Brings the process's top-level window forward and gives it the input focus:
+// a _NET_ACTIVE_WINDOW request to the window manager, XRaiseWindow and
+// XSetInputFocus. Returns whether the process has a window.
+bool activateProcessWindow(::Display* display, int32_t processId);
+
+}  // namespace velmora::native::freedesktop

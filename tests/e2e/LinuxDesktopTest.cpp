@@ -1,0 +1,437 @@
+// The Linux platform layer driving real GTK applications (galculator, mousepad)
+// on the desktop of scripts/desktop, through the Platform interface alone.
+
+#include <dirent.h>
+#include <png.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+
+#include "core/native/SystemPlatform.h"
+#include "tests/e2e/DesktopSupport.h"
+
+namespace velmora::e2e {
+namespace {
+
+using native::AttributeValue;
+using native::kAXErrorAttributeUnsupported;
+using native::kAXErrorSuccess;
+using native::kCGEventFlagMaskControl;
+
+constexpr uint16_t kKeyA = 0;
+constexpr uint16_t kKeyL = 37;
+constexpr uint16_t kKeyEscape = 53;
+constexpr uint16_t kKeyDelete = 51;
+
+size_t openDescriptors() {
+    size_t count = 0;
+    if (DIR* directory = opendir("/proc/self/fd")) {
+        while (readdir(directory) != nullptr) {
+            ++count;
+        }
+        closedir(directory);
+    }
+    return count;
+}
+
+class LinuxDesktop : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!onDesktop()) {
+            GTEST_FAIL() << kNeedsDesktop;
+        }
+        platform = native::makeSystemPlatform();
+        launched = std::make_unique<LaunchedApplications>(*platform);
+    }
+    void TearDown() override { launched.reset(); }
+
+    std::optional<double> numberValue(const AXElement& element) {
+        auto read = platform->copyAttribute(element, "AXValue");
+        if (read.code != kAXErrorSuccess || !read.value ||
+            read.value->type != AttributeValue::Type::number) {
+            return std::nullopt;
+        }
+        return read.value->number;
+    }
+
+    // The text of galculator's display.
+    std::string calculatorDisplay(int32_t processId) {
+        auto display = findNode(*platform, launched->application(processId), "AXTextArea");
+        if (!display) {
+            return "";
+        }
+        return textAttribute(*platform, display->element, "AXValue").value_or("");
+    }
+
+    std::unique_ptr<native::Platform> platform;
+    std::unique_ptr<LaunchedApplications> launched;
+};
+
+TEST_F(LinuxDesktop, ConstructingTheProviderOpensNoConnection) {
+    size_t before = openDescriptors();
+    auto fresh = native::makeSystemPlatform();
+    EXPECT_EQ(openDescriptors(), before);
+    // The first use connects.
+    EXPECT_TRUE(fresh->preflightScreenCaptureAccess());
+    EXPECT_GT(openDescriptors(), before);
+}
+
+TEST_F(LinuxDesktop, PermissionsAreGrantedOnTheDesktop) {
+    EXPECT_TRUE(platform->isProcessTrusted());
+    EXPECT_TRUE(platform->preflightScreenCaptureAccess());
+    EXPECT_TRUE(platform->requestScreenCaptureAccess());
+}
+
+TEST_F(LinuxDesktop, InstalledApplicationsAreFoundByDesktopEntryId) {
+    EXPECT_EQ(platform->applicationLocation("galculator"),
+              "/usr/share/applications/galculator.desktop");
+    EXPECT_EQ(platform->applicationLocation("org.xfce.mousepad"),
+              "/usr/share/applications/org.xfce.mousepad.desktop");
+    EXPECT_EQ(platform->applicationLocation("no.such.application"), std::nullopt);
+    EXPECT_EQ(platform->bundleExecutableLocation("/usr/share/applications/galculator.desktop"),
+              "/usr/bin/galculator");
+    EXPECT_EQ(platform->bundleExecutableLocation("/usr/bin/galculator"), "/usr/bin/galculator");
+    EXPECT_EQ(platform->bundleExecutableLocation("/nonexistent/program"), std::nullopt);
+    EXPECT_TRUE(platform->runningApplications("no.such.application").empty());
+}
+
+TEST_F(LinuxDesktop, LaunchedApplicationRunsUnderItsEntryId) {
+    int32_t pid = launched->launch("galculator");
+    ASSERT_NE(pid, 0);
+    auto running = platform->runningApplications("galculator");
+    ASSERT_EQ(running.size(), 1u);
+    EXPECT_EQ(running[0].processId, pid);
+    EXPECT_EQ(running[0].bundleLocation, "/usr/share/applications/galculator.desktop");
+    EXPECT_EQ(running[0].executableLocation, "/usr/bin/galculator");
+
+    // GIO recorded the entry in the process's environment.
+    std::ifstream environ("/proc/" + std::to_string(pid) + "/environ", std::ios::binary);
+    std::string variables((std::istreambuf_iterator<char>(environ)),
+                          std::istreambuf_iterator<char>());
+    EXPECT_NE(
+        variables.find("GIO_LAUNCHED_DESKTOP_FILE=/usr/share/applications/galculator.desktop"),
+        std::string::npos);
+}
+
+TEST_F(LinuxDesktop, OpeningAMissingEntryReportsAnError) {
+    std::optional<std::string> error;
+    bool completed = false;
+    platform->openApplication("/nonexistent/velmora.desktop", true,
+                              [&](std::optional<std::string> e) {
+                                  completed = true;
+                                  error = std::move(e);
+                              });
+    ASSERT_TRUE(completed);
+    ASSERT_TRUE(error);
+    EXPECT_NE(error->find("/nonexistent/velmora.desktop"), std::string::npos) << *error;
+}
+
+TEST_F(LinuxDesktop, ActivationBringsEachApplicationToTheFront) {
+    int32_t calculator = launched->launch("galculator");
+    int32_t editor = launched->launch("org.xfce.mousepad");
+    ASSERT_NE(calculator, 0);
+    ASSERT_NE(editor, 0);
+
+    platform->activateApplication(calculator, 0);
+    EXPECT_TRUE(
+        waitUntil([&] { return platform->frontmostApplicationBundleId() == "galculator"; }, 3))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
+
+    platform->activateApplication(editor, 0);
+    EXPECT_TRUE(waitUntil(
+        [&] { return platform->frontmostApplicationBundleId() == "org.xfce.mousepad"; }, 3))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
+
+    // The frontmost id finds the process it names.
+    auto running = platform->runningApplications(*platform->frontmostApplicationBundleId());
+    ASSERT_EQ(running.size(), 1u);
+    EXPECT_EQ(running[0].processId, editor);
+}
+
+TEST_F(LinuxDesktop, ApplicationElementListsItsWindows) {
+    int32_t pid = launched->launch("galculator");
+    ASSERT_NE(pid, 0);
+    AXElement application = launched->application(pid);
+
+    EXPECT_EQ(textAttribute(*platform, application, "AXRole"), "AXApplication");
+    EXPECT_EQ(textAttribute(*platform, application, "AXTitle"), "galculator");
+    EXPECT_EQ(platform->copyAttribute(application, "AXPosition").code,
+              kAXErrorAttributeUnsupported);
+    EXPECT_EQ(platform->copyAttribute(application, "AXNoSuchAttribute").code,
+              kAXErrorAttributeUnsupported);
+
+    auto windows = elementsAttribute(*platform, application, "AXWindows");
+    ASSERT_EQ(windows.size(), 1u);
+    EXPECT_EQ(textAttribute(*platform, windows[0], "AXRole"), "AXWindow");
+    EXPECT_EQ(textAttribute(*platform, windows[0], "AXTitle"), "galculator");
+    auto frame = frameOf(*platform, windows[0]);
+    ASSERT_TRUE(frame);
+    EXPECT_GT(frame->width, 100);
+    EXPECT_GT(frame->height, 100);
+    // A window has no windows of its own.
+    EXPECT_EQ(platform->copyAttribute(windows[0], "AXWindows").code, kAXErrorAttributeUnsupported);
+    // The top-level children are the windows.
+    auto children = elementsAttribute(*platform, application, "AXChildren");
+    ASSERT_EQ(children.size(), 1u);
+    EXPECT_EQ(frameOf(*platform, children[0]), frame);
+}
+
+TEST_F(LinuxDesktop, ElementsReadWithMacRolesFramesAndValues) {
+    int32_t pid = launched->launch("galculator");
+    ASSERT_NE(pid, 0);
+    AXElement application = launched->application(pid);
+    auto window = elementsAttribute(*platform, application, "AXWindows").at(0);
+    Rect windowFrame = frameOf(*platform, window).value();
+
+    auto nodes = subtree(*platform, application);
+    auto count = [&](const std::string& role) {
+        return std::count_if(nodes.begin(), nodes.end(),
+                             [&](const Node& node) { return node.role == role; });
+    };
+    EXPECT_EQ(count("AXMenuBar"), 1);
+    EXPECT_GE(count("AXMenu"), 5);
+    EXPECT_GE(count("AXMenuItem"), 10);
+    EXPECT_EQ(count("AXUnknown"), 0);
+
+    // Galculator's keys are GTK toggle buttons: they keep the AT-SPI name.
+    auto seven = findNode(*platform, application, "AXToggleButton", "7");
+    ASSERT_TRUE(seven);
+    ASSERT_TRUE(seven->frame);
+    EXPECT_GT(seven->frame->width, 10);
+    EXPECT_GT(seven->frame->height, 10);
+    EXPECT_GE(seven->frame->x, windowFrame.x);
+    EXPECT_LE(seven->frame->x + seven->frame->width, windowFrame.x + windowFrame.width);
+    EXPECT_EQ(numberValue(seven->element), 0);  // a toggle reads as a number
+
+    // A checked radio menu item reads 1, an unchecked one 0; a closed menu's
+    // items are not on screen and have no frame.
+    auto basic = findNode(*platform, application, "AXMenuItem", "Basic Mode");
+    auto scientific = findNode(*platform, application, "AXMenuItem", "Scientific Mode");
+    ASSERT_TRUE(basic);
+    ASSERT_TRUE(scientific);
+    EXPECT_EQ(numberValue(basic->element), 1);
+    EXPECT_EQ(numberValue(scientific->element), 0);
+    EXPECT_FALSE(basic->frame);
+
+    // The display is a multi-line text view; its value is its text.
+    auto display = findNode(*platform, application, "AXTextArea");
+    ASSERT_TRUE(display);
+    EXPECT_EQ(textAttribute(*platform, display->element, "AXValue"), "0");
+    // A menu has a title but no value and no identifier.
+    auto file = findNode(*platform, application, "AXMenu", "File");
+    ASSERT_TRUE(file);
+    EXPECT_NE(platform->copyAttribute(file->element, "AXValue").code, kAXErrorSuccess);
+    EXPECT_NE(platform->copyAttribute(file->element, "AXIdentifier").code, kAXErrorSuccess);
+}
+
+TEST_F(LinuxDesktop, ClicksAndDoubleClicksPressButtons) {
+    int32_t pid = launched->launch("galculator");
+    ASSERT_NE(pid, 0);
+    platform->activateApplication(pid, 0);
+    AXElement application = launched->application(pid);
+    auto seven = findNode(*platform, application, "AXToggleButton", "7");
+    auto eight = findNode(*platform, application, "AXToggleButton", "8");
+    ASSERT_TRUE(seven && seven->frame);
+    ASSERT_TRUE(eight && eight->frame);
+
+    click(*platform, centre(*seven->frame));
+    EXPECT_TRUE(waitUntil([&] { return calculatorDisplay(pid) == "7"; }, 3))
+        << calculatorDisplay(pid);
+    // A double click is down, up, down, up: two presses.
+    click(*platform, centre(*eight->frame), 2);
+    EXPECT_TRUE(waitUntil([&] { return calculatorDisplay(pid) == "788"; }, 3))
+        << calculatorDisplay(pid);
+}
+
+TEST_F(LinuxDesktop, TypedUnicodeTextReadsBackAsTheValue) {
+    int32_t pid = launched->launch("org.xfce.mousepad");
+    ASSERT_NE(pid, 0);
+    platform->activateApplication(pid, 0);
+    AXElement application = launched->application(pid);
+    auto editor = findNode(*platform, application, "AXTextArea");
+    ASSERT_TRUE(editor && editor->frame);
+    EXPECT_EQ(textAttribute(*platform, editor->element, "AXValue"), "");
+    click(*platform, centre(*editor->frame));
+
+    // Latin-1, other scripts and symbols the US layout lacks, and a character
+    // beyond the basic plane.
+    const std::string text = "Grüße, Ünïcödé! 世界 ✓ € Ω 😀 Tab\tEnd";
+    typeText(*platform, utf16(text));
+    EXPECT_TRUE(
+        waitUntil([&] { return textAttribute(*platform, editor->element, "AXValue") == text; }, 3))
+        << textAttribute(*platform, editor->element, "AXValue").value_or("(none)");
+}
+
+TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
+    int32_t pid = launched->launch("org.xfce.mousepad");
+    ASSERT_NE(pid, 0);
+    platform->activateApplication(pid, 0);
+    AXElement application = launched->application(pid);
+    auto editor = findNode(*platform, application, "AXTextArea");
+    ASSERT_TRUE(editor && editor->frame);
+    click(*platform, centre(*editor->frame));
+    typeText(*platform, u"select me");
+    ASSERT_TRUE(waitUntil(
+        [&] { return textAttribute(*platform, editor->element, "AXValue") == "select me"; }, 3));
+
+    // ctrl+a selects everything, delete removes it.
+    pressKey(*platform, kKeyA, kCGEventFlagMaskControl);
+    pressKey(*platform, kKeyDelete);
+    EXPECT_TRUE(
+        waitUntil([&] { return textAttribute(*platform, editor->element, "AXValue") == ""; }, 3))
+        << textAttribute(*platform, editor->element, "AXValue").value_or("(none)");
+
+    // ctrl+l opens the go-to-line dialog, whose push buttons read as AXButton
+    // with frames inside the dialog; escape closes it.
+    pressKey(*platform, kKeyL, kCGEventFlagMaskControl);
+    std::vector<AXElement> windows;
+    ASSERT_TRUE(waitUntil(
+        [&] {
+            windows = elementsAttribute(*platform, application, "AXWindows");
+            return windows.size() == 2;
+        },
+        3))
+        << windows.size() << " windows";
+    std::optional<Node> button;
+    Rect dialogFrame;
+    for (const auto& window : windows) {
+        if (auto found = findNode(*platform, window, "AXButton")) {
+            button = found;
+            dialogFrame = frameOf(*platform, window).value_or(Rect{});
+        }
+    }
+    ASSERT_TRUE(button);
+    ASSERT_TRUE(button->frame);
+    EXPECT_TRUE(button->title && !button->title->empty());
+    EXPECT_GT(button->frame->width, 0);
+    EXPECT_GT(button->frame->height, 0);
+    EXPECT_GE(button->frame->y, dialogFrame.y);
+    EXPECT_LE(button->frame->y + button->frame->height, dialogFrame.y + dialogFrame.height);
+
+    pressKey(*platform, kKeyEscape);
+    EXPECT_TRUE(waitUntil(
+        [&] { return elementsAttribute(*platform, application, "AXWindows").size() == 1; }, 3));
+}
+
+TEST_F(LinuxDesktop, ScrollEventsMoveTheView) {
+    int32_t pid = launched->launch("org.xfce.mousepad");
+    ASSERT_NE(pid, 0);
+    platform->activateApplication(pid, 0);
+    AXElement application = launched->application(pid);
+    auto editor = findNode(*platform, application, "AXTextArea");
+    ASSERT_TRUE(editor && editor->frame);
+    click(*platform, centre(*editor->frame));
+
+    // Enough lines to scroll, typed as one event; the view follows the caret
+    // to the end.
+    std::u16string lines;
+    for (int i = 0; i < 120; ++i) {
+        lines += u"line\n";
+    }
+    typeText(*platform, lines);
+
+    auto verticalPosition = [&]() -> std::optional<double> {
+        // The scroll area's scroll bars: the vertical one is the one that moved.
+        std::optional<double> largest;
+        for (const auto& node : subtree(*platform, application)) {
+            if (node.role == "AXScrollBar") {
+                auto value = numberValue(node.element);
+                if (value && (!largest || *value > *largest)) {
+                    largest = value;
+                }
+            }
+        }
+        return largest;
+    };
+    ASSERT_TRUE(waitUntil([&] { return verticalPosition().value_or(0) > 100; }, 5))
+        << verticalPosition().value_or(-1);
+    double bottom = *verticalPosition();
+
+    // A positive amount scrolls up, as on macOS.
+    scroll(*platform, centre(*editor->frame), 400);
+    EXPECT_TRUE(waitUntil([&] { return verticalPosition().value_or(bottom) < bottom; }, 3));
+    double up = verticalPosition().value_or(bottom);
+
+    scroll(*platform, centre(*editor->frame), -200);
+    EXPECT_TRUE(waitUntil([&] { return verticalPosition().value_or(up) > up; }, 3));
+}
+
+TEST_F(LinuxDesktop, CaptureIsAPngOfTheFirstDisplay) {
+    int32_t pid = launched->launch("galculator");
+    ASSERT_NE(pid, 0);
+
+    auto [screenWidth, screenHeight] = screenSize();
+    ASSERT_GT(screenWidth, 0);
+
+    auto displaysDone = platform->makeSemaphore();
+    auto displays = std::make_shared<std::vector<native::Display>>();
+    auto displaysError = std::make_shared<std::optional<std::string>>();
+    platform->shareableDisplays(
+        [=](std::vector<native::Display> list, std::optional<std::string> error) {
+            *displays = std::move(list);
+            *displaysError = std::move(error);
+            displaysDone->signal();
+        });
+    ASSERT_TRUE(displaysDone->wait(8.0));
+    ASSERT_FALSE(*displaysError) << **displaysError;
+    ASSERT_EQ(displays->size(), 1u);
+    const native::Display first = displays->front();
+    EXPECT_EQ(first.width, screenWidth);
+    EXPECT_EQ(first.height, screenHeight);
+
+    auto imageDone = platform->makeSemaphore();
+    auto image = std::make_shared<native::ImageRef>();
+    auto imageError = std::make_shared<std::optional<std::string>>();
+    platform->captureImage(first, first.width, first.height,
+                           [=](native::ImageRef captured, std::optional<std::string> error) {
+                               *image = std::move(captured);
+                               *imageError = std::move(error);
+                               imageDone->signal();
+                           });
+    ASSERT_TRUE(imageDone->wait(8.0));
+    ASSERT_FALSE(*imageError) << **imageError;
+    ASSERT_NE(*image, nullptr);
+
+    auto png = platform->encodePNG(**image);
+    ASSERT_TRUE(png);
+    png_image decoded{};
+    decoded.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_memory(&decoded, png->data(), png->size()), 0);
+    EXPECT_EQ(decoded.width, static_cast<png_uint_32>(screenWidth));
+    EXPECT_EQ(decoded.height, static_cast<png_uint_32>(screenHeight));
+    decoded.format = PNG_FORMAT_RGB;
+    std::vector<uint8_t> pixels(PNG_IMAGE_SIZE(decoded));
+    ASSERT_NE(png_image_finish_read(&decoded, nullptr, pixels.data(), 0, nullptr), 0);
+    // The calculator's window is on it: the picture is not one flat colour.
+    bool varied = false;
+    for (size_t i = 3; i < pixels.size() && !varied; ++i) {
+        varied = pixels[i] != pixels[i % 3];
+    }
+    EXPECT_TRUE(varied);
+
+    // A smaller size asked for is honoured.
+    auto smallDone = platform->makeSemaphore();
+    auto small = std::make_shared<native::ImageRef>();
+    platform->captureImage(first, 320, 200,
+                           [=](native::ImageRef captured, std::optional<std::string>) {
+                               *small = std::move(captured);
+                               smallDone->signal();
+                           });
+    ASSERT_TRUE(smallDone->wait(8.0));
+    ASSERT_NE(*small, nullptr);
+    auto smallPng = platform->encodePNG(**small);
+    ASSERT_TRUE(smallPng);
+    png_image smallDecoded{};
+    smallDecoded.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_memory(&smallDecoded, smallPng->data(), smallPng->size()),
+              0);
+    EXPECT_EQ(smallDecoded.width, 320u);
+    EXPECT_EQ(smallDecoded.height, 200u);
+    png_image_free(&smallDecoded);
+}
+
+}  // namespace
+}  // namespace velmora::e2e

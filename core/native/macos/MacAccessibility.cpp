@@ -1,5 +1,7 @@
 // Accessibility over ApplicationServices (HIServices) and CoreFoundation.
 
+#include "core/native/macos/MacPlatform.h"
+
 #include <ApplicationServices/ApplicationServices.h>
 
 #include <memory>
@@ -8,7 +10,6 @@
 #include <vector>
 
 #include "core/native/macos/CFReference.h"
-#include "core/native/macos/MacPlatform.h"
 
 namespace velmora::native {
 

@@ -1,6 +1,8 @@
 // Screen capture over ScreenCaptureKit, PNG encoding over AppKit's
 // NSBitmapImageRep, and the capture permission over CoreGraphics.
 
+#include "core/native/macos/MacPlatform.h"
+
 #import <AppKit/AppKit.h>
 #include <CoreGraphics/CoreGraphics.h>
 #import <Foundation/Foundation.h>
@@ -14,7 +16,6 @@
 #include <vector>
 
 #include "core/native/macos/CFReference.h"
-#include "core/native/macos/MacPlatform.h"
 #include "core/native/macos/MacStrings.h"
 
 namespace velmora::native {

@@ -1,5 +1,7 @@
 // Synthesised input over CoreGraphics events.
 
+#include "core/native/macos/MacPlatform.h"
+
 #include <CoreGraphics/CoreGraphics.h>
 
 #include <memory>
@@ -7,7 +9,6 @@
 #include <utility>
 
 #include "core/native/macos/CFReference.h"
-#include "core/native/macos/MacPlatform.h"
 
 namespace velmora::native {
 

@@ -1,5 +1,7 @@
 // Whole-file reads and writes over NSData.
 
+#include "core/native/macos/MacPlatform.h"
+
 #import <Foundation/Foundation.h>
 
 #include <memory>
@@ -8,7 +10,6 @@
 #include <vector>
 
 #include "core/model/DriverError.h"
-#include "core/native/macos/MacPlatform.h"
 #include "core/native/macos/MacStrings.h"
 
 namespace velmora::native {

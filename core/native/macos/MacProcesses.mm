@@ -1,5 +1,7 @@
 // Child processes over NSTask.
 
+#include "core/native/macos/MacPlatform.h"
+
 #import <Foundation/Foundation.h>
 
 #include <memory>
@@ -7,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "core/native/macos/MacPlatform.h"
 #include "core/native/macos/MacStrings.h"
 
 namespace velmora::native {

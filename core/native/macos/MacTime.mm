@@ -1,13 +1,13 @@
 // Sleeps over NSThread, semaphores over libdispatch, and the monotonic clock.
 
+#include "core/native/macos/MacPlatform.h"
+
 #import <Foundation/Foundation.h>
 #include <dispatch/dispatch.h>
 
 #include <chrono>
 #include <cstdint>
 #include <memory>
-
-#include "core/native/macos/MacPlatform.h"
 
 namespace velmora::native {
 
@@ -60,6 +60,7 @@ double MacPlatform::monotonicSeconds() {
 }
 
 std::shared_ptr<Semaphore> MacPlatform::makeSemaphore() {
+    // dispatch_semaphore_create(0), in the semaphore's constructor.
     return std::make_shared<DispatchSemaphore>();
 }
 

@@ -1,5 +1,7 @@
 // The workspace over AppKit (NSWorkspace, NSRunningApplication) and NSBundle.
 
+#include "core/native/macos/MacPlatform.h"
+
 #import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
 
@@ -9,7 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "core/native/macos/MacPlatform.h"
 #include "core/native/macos/MacStrings.h"
 
 namespace velmora::native {

@@ -17,13 +17,19 @@
 
 namespace {
 
+// The platform lives as long as the process: a capture or launch completion that
+// arrives after its deadline may still reach it while the process is ending.
+velmora::native::Platform& systemPlatform() {
+    static velmora::native::Platform* platform = velmora::native::makeSystemPlatform().release();
+    return *platform;
+}
+
 int runMode() {
     std::string input = velmora::readAll(stdin);
     // Creating the platform touches nothing, so an undecodable request or a
     // failed gate never needs a display or a bus.
-    auto platform = velmora::native::makeSystemPlatform();
     return velmora::runRequest(input, [&](const velmora::DriverRequest& request) {
-        velmora::native::AXCGDriver driver(*platform, velmora::kNodeBudget,
+        velmora::native::AXCGDriver driver(systemPlatform(), velmora::kNodeBudget,
                                            velmora::kFocusTimeoutSeconds);
         velmora::ActionRouter router(driver, velmora::Clock::system(), velmora::kAssertRetries,
                                      velmora::kAssertRetryDelaySeconds);
@@ -32,9 +38,8 @@ int runMode() {
 }
 
 int selfCheckMode() {
-    auto platform = velmora::native::makeSystemPlatform();
-    bool trusted = velmora::native::Permissions::accessibilityTrusted(*platform);
-    bool screen = velmora::native::Permissions::screenRecordingGranted(*platform);
+    bool trusted = velmora::native::Permissions::accessibilityTrusted(systemPlatform());
+    bool screen = velmora::native::Permissions::screenRecordingGranted(systemPlatform());
     velmora::writeDocument(velmora::Json(velmora::makeSelfCheck(trusted, screen)));
     return velmora::kExitOk;
 }

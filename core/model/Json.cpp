@@ -1,8 +1,11 @@
 #include "core/model/Json.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <string_view>
+#include <vector>
 
 #include "core/model/Protocol.h"
 
@@ -68,8 +71,11 @@ int64_t asInt(const Json& value, const std::string& path) {
         if (!std::isfinite(number) || number != std::trunc(number)) {
             fail(path, "expected a whole number, found " + value.dump());
         }
-        // 2^63 is exactly representable; every double below it and at or above -2^63 fits.
-        if (number < -9223372036854775808.0 || number >= 9223372036854775808.0) {
+        // +-2^63 are exactly representable and every double strictly between them
+        // fits. -2^63 itself is refused: as a double it is what integer literals just
+        // below the range (-9223372036854775809 and on) round to, while the in-range
+        // integer -9223372036854775808 never arrives here as a double.
+        if (number <= -9223372036854775808.0 || number >= 9223372036854775808.0) {
             fail(path, "number " + value.dump() + " is out of the 64-bit integer range");
         }
         return static_cast<int64_t>(number);
@@ -150,12 +156,25 @@ Rect asRect(const Json& value, const std::string& path) {
     return rect;
 }
 
+std::string quotedText(const std::string& text) {
+    return Json(text).dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
 ActionKind asKind(const Json& value, const std::string& path) {
+    // Any misspelt kind fits; a longer one is named by its start, not repeated whole.
+    constexpr size_t kQuotedKindBytes = 64;
     std::string raw = asString(value, path);
     auto kind = actionKindFromRaw(raw);
     if (!kind) {
-        fail(path, "unknown action kind " +
-                       Json(raw).dump(-1, ' ', false, Json::error_handler_t::replace));
+        if (raw.size() <= kQuotedKindBytes) {
+            fail(path, "unknown action kind " + quotedText(raw));
+        }
+        size_t end = kQuotedKindBytes;
+        while (end > 0 && (static_cast<unsigned char>(raw[end]) & 0xC0) == 0x80) {
+            --end;  // end on a whole UTF-8 sequence
+        }
+        fail(path, "unknown action kind of " + std::to_string(raw.size()) + " bytes starting " +
+                       quotedText(raw.substr(0, end)));
     }
     return *kind;
 }
@@ -187,6 +206,123 @@ ConsentScope asConsent(const Json& value, const std::string& path) {
     return consent;
 }
 
+// Builds the document as the library's own parser does (a repeated key keeps its
+// last value), but words failures so that they stay short and name their place:
+// the library reports a number too large for a double without any position, and
+// quotes the whole offending token, which may be most of a hostile input.
+class DocumentBuilder final : public nlohmann::json_sax<Json> {
+  public:
+    explicit DocumentBuilder(std::string_view text) : text_(text) {}
+
+    bool null() override { return put(Json(nullptr)); }
+    bool boolean(bool value) override { return put(Json(value)); }
+    bool number_integer(number_integer_t value) override { return put(Json(value)); }
+    bool number_unsigned(number_unsigned_t value) override { return put(Json(value)); }
+    bool number_float(number_float_t value, const string_t&) override { return put(Json(value)); }
+    bool string(string_t& value) override { return put(Json(std::move(value))); }
+    bool binary(binary_t& value) override { return put(Json::binary(std::move(value))); }
+
+    bool start_object(std::size_t) override { return open(Json::object()); }
+    bool key(string_t& key) override {
+        member_ = &(*open_.back())[std::move(key)];
+        return true;
+    }
+    bool end_object() override { return close(); }
+    bool start_array(std::size_t) override { return open(Json::array()); }
+    bool end_array() override { return close(); }
+
+    bool parse_error(std::size_t position, const std::string& lastToken,
+                     const nlohmann::json::exception& error) override {
+        std::string message = error.what();
+        // Drop the library's "[json.exception.parse_error.101] " tag; keep its words.
+        if (!message.empty() && message.front() == '[') {
+            auto close = message.find("] ");
+            if (close != std::string::npos) {
+                message.erase(0, close + 2);
+            }
+        }
+        shortenQuotes(message, lastToken);
+        if (message.find(" at line ") == std::string::npos) {
+            message += " at " + lineAndColumn(position);
+        }
+        failure_ = std::move(message);
+        return false;
+    }
+
+    Json take() { return std::move(root_); }
+    const std::string& failure() const { return failure_; }
+
+  private:
+    // A quoted token longer than this is cut to its end, where the failure is.
+    static constexpr size_t kQuotedBytes = 48;
+
+    bool put(Json&& value) {
+        place(std::move(value));
+        return true;
+    }
+
+    Json* place(Json&& value) {
+        if (open_.empty()) {
+            root_ = std::move(value);
+            return &root_;
+        }
+        Json& container = *open_.back();
+        if (container.is_array()) {
+            container.push_back(std::move(value));
+            return &container.back();
+        }
+        *member_ = std::move(value);
+        return member_;
+    }
+
+    // A container stays where it was placed while it is open: its parent only
+    // grows again after it closes.
+    bool open(Json&& container) {
+        open_.push_back(place(std::move(container)));
+        return true;
+    }
+
+    bool close() {
+        open_.pop_back();
+        return true;
+    }
+
+    void shortenQuotes(std::string& message, const std::string& token) const {
+        if (token.size() <= kQuotedBytes) {
+            return;
+        }
+        size_t from = token.size() - kQuotedBytes;
+        while (from < token.size() && (static_cast<unsigned char>(token[from]) & 0xC0) == 0x80) {
+            ++from;  // start on a whole UTF-8 sequence
+        }
+        std::string excerpt = "..." + token.substr(from);
+        for (size_t at = message.find(token); at != std::string::npos;
+             at = message.find(token, at + excerpt.size())) {
+            message.replace(at, token.size(), excerpt);
+        }
+    }
+
+    // `position` counts the bytes read, the failing one included.
+    std::string lineAndColumn(size_t position) const {
+        position = std::min(position, text_.size());
+        size_t line = 1;
+        size_t lineStart = 0;
+        for (size_t i = 0; i < position; ++i) {
+            if (text_[i] == '\n') {
+                ++line;
+                lineStart = i + 1;
+            }
+        }
+        return "line " + std::to_string(line) + ", column " + std::to_string(position - lineStart);
+    }
+
+    std::string_view text_;
+    Json root_;
+    std::vector<Json*> open_;
+    Json* member_ = nullptr;
+    std::string failure_;
+};
+
 template <typename T>
 void putOptional(Json& out, const char* key, const std::optional<T>& value) {
     if (value) {
@@ -197,19 +333,11 @@ void putOptional(Json& out, const char* key, const std::optional<T>& value) {
 }  // namespace
 
 Json parseJson(std::string_view text) {
-    try {
-        return Json::parse(text.begin(), text.end());
-    } catch (const Json::exception& error) {
-        // Drop the library's "[json.exception.parse_error.101] " tag; keep its words.
-        std::string message = error.what();
-        if (!message.empty() && message.front() == '[') {
-            auto close = message.find("] ");
-            if (close != std::string::npos) {
-                message.erase(0, close + 2);
-            }
-        }
-        throw DecodeError("invalid JSON: " + message);
+    DocumentBuilder builder(text);
+    if (!Json::sax_parse(text.begin(), text.end(), &builder)) {
+        throw DecodeError("invalid JSON: " + builder.failure());
     }
+    return builder.take();
 }
 
 ElementSelector decodeSelector(const Json& value, const std::string& path) {

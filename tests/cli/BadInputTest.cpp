@@ -11,7 +11,6 @@
 // kernel would charge the parent's own peak to the child.
 
 #include <fcntl.h>
-#include <malloc.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -21,6 +20,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +33,10 @@
 #include <vector>
 
 #include "core/model/Json.h"
+
+#if defined(__linux__)
+#include <malloc.h>
+#endif
 
 extern char** environ;
 
@@ -123,8 +127,10 @@ AgentRun runAgent(std::string&& input) {
     writeAll(inFd, input);
     ::lseek(inFd, 0, SEEK_SET);
     std::string().swap(input);
+#if defined(__linux__)
     // Hand freed heap back, so that the child's copy of us starts small.
     ::malloc_trim(0);
+#endif
 
     std::vector<std::string> argvText{VELMORA_AGENT_PATH, "run"};
     std::vector<char*> argv;
@@ -181,7 +187,11 @@ AgentRun runAgent(std::string&& input) {
     } else if (WIFSIGNALED(status)) {
         run.exitStatus = 128 + WTERMSIG(status);
     }
-    run.peakBytes = static_cast<double>(usage.ru_maxrss) * 1024;  // Linux reports KiB
+#if defined(__APPLE__)
+    run.peakBytes = static_cast<double>(usage.ru_maxrss);  // bytes
+#else
+    run.peakBytes = static_cast<double>(usage.ru_maxrss) * 1024;  // KiB
+#endif
     run.out = readFromStart(outFd);
     run.err = readFromStart(errFd);
     ::close(inFd);

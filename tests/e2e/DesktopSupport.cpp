@@ -209,8 +209,29 @@ int32_t LaunchedApplications::launch(const std::string& applicationId) {
             return !windows.empty() && frameOf(platform_, windows.front()).has_value();
         },
         15);
-    EXPECT_TRUE(shown) << applicationId << " shows no window on the accessibility desktop";
-    return shown ? processId : 0;
+    EXPECT_TRUE(shown) << applicationId << " shows no window on the accessibility desktop"
+                       << " (its role reads with code "
+                       << platform_.copyAttribute(application(processId), "AXRole").code << ", "
+                       << elementsAttribute(platform_, application(processId), "AXWindows").size()
+                       << " windows)";
+    if (!shown) {
+        return 0;
+    }
+    // A new window reports extents before the window manager has placed it:
+    // wait until its frame has stayed put for a while.
+    std::optional<Rect> last;
+    int unchanged = 0;
+    bool placed = waitUntil(
+        [&] {
+            auto windows = elementsAttribute(platform_, application(processId), "AXWindows");
+            auto frame = windows.empty() ? std::nullopt : frameOf(platform_, windows.front());
+            unchanged = frame && frame == last ? unchanged + 1 : 0;
+            last = frame;
+            return unchanged >= 6;
+        },
+        10);
+    EXPECT_TRUE(placed) << applicationId << "'s window does not settle";
+    return placed ? processId : 0;
 }
 
 std::u16string utf16(const std::string& utf8) {

@@ -21,6 +21,9 @@ using native::Platform;
 // The size of the X screen, read straight from the server; zeros without one.
 std::pair<int, int> screenSize();
 
+// How many keycodes the server's keyboard mapping binds to any keysym.
+int mappedKeycodes();
+
 // Whether the test runs on an X11 desktop (DISPLAY is set).
 bool onDesktop();
 inline constexpr const char* kNeedsDesktop =

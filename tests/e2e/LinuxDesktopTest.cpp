@@ -3,6 +3,9 @@
 
 #include <dirent.h>
 #include <png.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <gtest/gtest.h>
 
@@ -116,6 +119,43 @@ TEST_F(LinuxDesktop, LaunchedApplicationRunsUnderItsEntryId) {
         std::string::npos);
 }
 
+// Starts `sleep 30` with DISPLAY set to `display`; its process id.
+pid_t startSleep(const std::string& display) {
+    pid_t pid = fork();
+    if (pid == 0) {
+        setenv("DISPLAY", display.c_str(), 1);
+        execl("/bin/sleep", "sleep", "30", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    return pid;
+}
+
+TEST_F(LinuxDesktop, ProcessesOfAnotherDisplayAreNotRunningHere) {
+    // Two processes that the identity rule names "sleep": one on this display,
+    // one of another X session.
+    pid_t here = startSleep(std::getenv("DISPLAY"));
+    pid_t elsewhere = startSleep(":4242");
+    ASSERT_GT(here, 0);
+    ASSERT_GT(elsewhere, 0);
+    bool hereListed = false;
+    bool elsewhereListed = false;
+    waitUntil(
+        [&] {
+            for (const auto& application : platform->runningApplications("sleep")) {
+                hereListed = hereListed || application.processId == here;
+                elsewhereListed = elsewhereListed || application.processId == elsewhere;
+            }
+            return hereListed;
+        },
+        3);
+    EXPECT_TRUE(hereListed);
+    EXPECT_FALSE(elsewhereListed);
+    for (pid_t pid : {here, elsewhere}) {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+}
+
 TEST_F(LinuxDesktop, OpeningAMissingEntryReportsAnError) {
     std::optional<std::string> error;
     bool completed = false;
@@ -227,7 +267,7 @@ TEST_F(LinuxDesktop, ElementsReadWithMacRolesFramesAndValues) {
     EXPECT_NE(platform->copyAttribute(file->element, "AXIdentifier").code, kAXErrorSuccess);
 }
 
-TEST_F(LinuxDesktop, ClicksAndDoubleClicksPressButtons) {
+TEST_F(LinuxDesktop, ClicksPressButtons) {
     int32_t pid = launched->launch("galculator");
     ASSERT_NE(pid, 0);
     platform->activateApplication(pid, 0);
@@ -240,10 +280,43 @@ TEST_F(LinuxDesktop, ClicksAndDoubleClicksPressButtons) {
     click(*platform, centre(*seven->frame));
     EXPECT_TRUE(waitUntil([&] { return calculatorDisplay(pid) == "7"; }, 3))
         << calculatorDisplay(pid);
-    // A double click is down, up, down, up: two presses.
-    click(*platform, centre(*eight->frame), 2);
-    EXPECT_TRUE(waitUntil([&] { return calculatorDisplay(pid) == "788"; }, 3))
+    click(*platform, centre(*eight->frame));
+    EXPECT_TRUE(waitUntil([&] { return calculatorDisplay(pid) == "78"; }, 3))
         << calculatorDisplay(pid);
+}
+
+TEST_F(LinuxDesktop, DoubleClickSelectsAWord) {
+    int32_t pid = launched->launch("org.xfce.mousepad");
+    ASSERT_NE(pid, 0);
+    platform->activateApplication(pid, 0);
+    AXElement application = launched->application(pid);
+    auto editor = findNode(*platform, application, "AXTextArea");
+    ASSERT_TRUE(editor && editor->frame);
+    click(*platform, centre(*editor->frame));
+    auto value = [&] { return textAttribute(*platform, editor->element, "AXValue"); };
+
+    // Down, up, down, up on the first word, which starts the first line: the
+    // text view takes it as a double click and selects the word, which typing
+    // then replaces; a single click would only place the caret. GTK counts
+    // presses as one click when its main loop falls behind its double-click
+    // time, which a loaded machine can make happen: up to three tries.
+    const Point onFirstWord{.x = editor->frame->x + 30, .y = editor->frame->y + 8};
+    bool selected = false;
+    std::string last;
+    for (int attempt = 0; attempt < 3 && !selected; ++attempt) {
+        pressKey(*platform, kKeyA, kCGEventFlagMaskControl);
+        typeText(*platform, u"doubleclickableword second");
+        ASSERT_TRUE(waitUntil([&] { return value() == "doubleclickableword second"; }, 3))
+            << value().value_or("(none)");
+        platform->sleep(0.6);  // the earlier clicks' count has ended
+        click(*platform, onFirstWord, 2);
+        platform->sleep(0.3);
+        typeText(*platform, u"X");
+        selected = waitUntil([&] { return value() == "X second"; }, 2);
+        last = value().value_or("(none)");
+        EXPECT_NE(last.find('X'), std::string::npos) << last;  // the click reached the text
+    }
+    EXPECT_TRUE(selected) << last;
 }
 
 TEST_F(LinuxDesktop, TypedUnicodeTextReadsBackAsTheValue) {
@@ -258,11 +331,45 @@ TEST_F(LinuxDesktop, TypedUnicodeTextReadsBackAsTheValue) {
 
     // Latin-1, other scripts and symbols the US layout lacks, and a character
     // beyond the basic plane.
+    int keycodesBefore = mappedKeycodes();
     const std::string text = "Grüße, Ünïcödé! 世界 ✓ € Ω 😀 Tab\tEnd";
     typeText(*platform, utf16(text));
     EXPECT_TRUE(
         waitUntil([&] { return textAttribute(*platform, editor->element, "AXValue") == text; }, 3))
         << textAttribute(*platform, editor->element, "AXValue").value_or("(none)");
+
+    // The characters the layout lacks went through spare keycodes, which are
+    // empty again once the provider is gone.
+    EXPECT_GT(mappedKeycodes(), keycodesBefore);
+    launched.reset();
+    platform.reset();
+    EXPECT_EQ(mappedKeycodes(), keycodesBefore);
+}
+
+TEST_F(LinuxDesktop, SpareKeycodesAreRestoredWhenTheProcessExits) {
+    // The agent keeps its platform until the process ends: the exit restores
+    // the keycodes that typing bound.
+    int before = mappedKeycodes();
+    pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        auto* kept = native::makeSystemPlatform().release();
+        auto down = kept->createKeyboardEvent(nullptr, 0, true);
+        auto up = kept->createKeyboardEvent(nullptr, 0, false);
+        if (down == nullptr || up == nullptr) {
+            std::exit(2);
+        }
+        kept->setUnicodeString(*down, u"\u4E16");
+        kept->setUnicodeString(*up, u"\u4E16");
+        kept->postEvent(native::kCGSessionEventTap, *down);
+        kept->postEvent(native::kCGSessionEventTap, *up);
+        std::exit(mappedKeycodes() > before ? 0 : 3);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0) << "2: no events, 3: no keycode was bound";
+    EXPECT_EQ(mappedKeycodes(), before);
 }
 
 TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
@@ -275,7 +382,8 @@ TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
     click(*platform, centre(*editor->frame));
     typeText(*platform, u"select me");
     ASSERT_TRUE(waitUntil(
-        [&] { return textAttribute(*platform, editor->element, "AXValue") == "select me"; }, 3));
+        [&] { return textAttribute(*platform, editor->element, "AXValue") == "select me"; }, 3))
+        << textAttribute(*platform, editor->element, "AXValue").value_or("(none)");
 
     // ctrl+a selects everything, delete removes it.
     pressKey(*platform, kKeyA, kCGEventFlagMaskControl);

@@ -11,6 +11,7 @@
 #include "core/native/linux/KeyTranslation.h"
 #include "core/native/linux/PngEncoder.h"
 #include "core/native/linux/RoleNames.h"
+#include "core/native/linux/X11Connection.h"
 
 namespace velmora::native::freedesktop {
 namespace {
@@ -60,7 +61,8 @@ ProcessFacts processRunning(const std::string& executable) {
                         .executablePath = executable,
                         .commandName = baseName(executable),
                         .windowClasses = {},
-                        .gtkApplicationId = ""};
+                        .gtkApplicationId = "",
+                        .display = std::nullopt};
 }
 
 TEST(ApplicationIdentity, TheEntryAProcessWasLaunchedFromNamesIt) {
@@ -122,6 +124,16 @@ TEST(ApplicationIdentity, DesktopIdsOfFiles) {
     EXPECT_EQ(desktopIdOfFile("/tmp/no-suffix", installed()), "no-suffix");
     EXPECT_EQ(baseName("/a/b/c"), "c");
     EXPECT_EQ(baseName("plain"), "plain");
+}
+
+TEST(ApplicationIdentity, DisplayNamesCompareWithoutScreenNumbers) {
+    EXPECT_TRUE(sameX11Display(":0", ":0"));
+    EXPECT_TRUE(sameX11Display(":0", ":0.1"));
+    EXPECT_TRUE(sameX11Display("unix:3", ":3.0"));
+    EXPECT_FALSE(sameX11Display(":0", ":1"));
+    EXPECT_FALSE(sameX11Display(":10", ":1"));
+    EXPECT_FALSE(sameX11Display("otherhost:0", ":0"));
+    EXPECT_TRUE(sameX11Display("wayland-0", "wayland-0"));
 }
 
 // ---------------------------------------------------------------------------

@@ -35,6 +35,9 @@ struct ProcessFacts {
     std::string commandName;                 // file name of argv[0], or empty
     std::vector<std::string> windowClasses;  // WM_CLASS instance and class names
     std::string gtkApplicationId;            // _GTK_APPLICATION_ID, or empty
+    // DISPLAY from its environment: the X session it belongs to. Not part of the
+    // identity; it keeps the processes of another session apart.
+    std::optional<std::string> display;
 };
 
 // The application identifier of a process, first match wins:

@@ -55,10 +55,16 @@ std::vector<RunningApplication> DesktopWorkspace::runningApplications(
         }
     }
     const auto entries = installedDesktopEntries();
+    const auto ourDisplay = x11DisplayName();
     std::vector<RunningApplication> running;
     std::optional<std::optional<std::string>> installedFile;  // looked up once, when needed
     for (int32_t processId : userProcessIds()) {
         ProcessFacts facts = processFacts(processId, windows);
+        // A process of another X session (a second desktop of the same user)
+        // is not this desktop's application.
+        if (facts.display && ourDisplay && !sameX11Display(*facts.display, *ourDisplay)) {
+            continue;
+        }
         if (facts.executablePath.empty() || applicationIdOf(facts, entries) != applicationId) {
             continue;
         }

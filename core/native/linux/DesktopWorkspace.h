@@ -13,7 +13,9 @@ namespace velmora::native::freedesktop {
 // The workspace operations of the platform layer on an X11 desktop: which
 // application is in front, which processes an application identifier names,
 // where an application is installed, launching and activating. Every identifier
-// here is an application's desktop-entry id (see ApplicationIdentity.h).
+// here is an application's desktop-entry id (see ApplicationIdentity.h). The
+// running applications are the user's processes on this X display: a process
+// whose DISPLAY names another one belongs to another session.
 class DesktopWorkspace {
   public:
     explicit DesktopWorkspace(X11Connection& x11) : x11_(x11) {}

@@ -100,6 +100,7 @@ ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& win
 
     constexpr std::string_view kLaunchedFile = "GIO_LAUNCHED_DESKTOP_FILE=";
     constexpr std::string_view kLaunchedPid = "GIO_LAUNCHED_DESKTOP_FILE_PID=";
+    constexpr std::string_view kDisplay = "DISPLAY=";
     for (const auto& variable : nulSeparated(readProcFile(processId, "environ"))) {
         if (variable.starts_with(kLaunchedFile)) {
             facts.launchedDesktopFile = variable.substr(kLaunchedFile.size());
@@ -108,6 +109,8 @@ ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& win
             if (!facts.launchedDesktopFilePid) {
                 facts.launchedDesktopFilePid = 0;  // present but unreadable: not this process
             }
+        } else if (variable.starts_with(kDisplay)) {
+            facts.display = variable.substr(kDisplay.size());
         }
     }
 

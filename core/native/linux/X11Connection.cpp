@@ -35,6 +35,32 @@ std::optional<std::string> x11DisplayName() {
     return std::string(name);
 }
 
+namespace {
+
+// "host:N" of "host:N.S", with the local host spelled "".
+std::string displayWithoutScreen(const std::string& name) {
+    auto colon = name.rfind(':');
+    if (colon == std::string::npos) {
+        return name;
+    }
+    std::string host = name.substr(0, colon);
+    std::string number = name.substr(colon + 1);
+    auto dot = number.find('.');
+    if (dot != std::string::npos) {
+        number.resize(dot);
+    }
+    if (host == "unix") {
+        host.clear();
+    }
+    return host + ":" + number;
+}
+
+}  // namespace
+
+bool sameX11Display(const std::string& a, const std::string& b) {
+    return displayWithoutScreen(a) == displayWithoutScreen(b);
+}
+
 std::unique_ptr<X11Display> X11Display::open(const std::string& name) {
     installHandlers();
     ::Display* display = XOpenDisplay(name.c_str());

@@ -15,6 +15,11 @@ namespace velmora::native::freedesktop {
 // that needs the desktop fails the way its contract allows.
 std::optional<std::string> x11DisplayName();
 
+// Whether two DISPLAY values name the same X display, whatever their screen
+// numbers (":0" and ":0.1", "unix:0" and ":0" do). Unparsable names are equal
+// only to themselves.
+bool sameX11Display(const std::string& a, const std::string& b);
+
 // One connection to an X server. Xlib's default handlers end the process on a
 // protocol error or a lost connection; a connection opened here reports them
 // instead: protocol errors are ignored (the call's own result tells failure) and

@@ -1,6 +1,10 @@
 #include "core/native/linux/X11Input.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
+#include <mutex>
+#include <set>
 
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
@@ -54,7 +58,44 @@ int pixel(double coordinate) {
 
 }  // namespace
 
+namespace {
+
+// The inputs alive in this process, for the exit handler. Never destroyed, so
+// that they outlive every static object's destruction.
+std::mutex& liveInputsMutex() {
+    static auto* mutex = new std::mutex;
+    return *mutex;
+}
+std::set<X11Input*>& liveInputs() {
+    static auto* inputs = new std::set<X11Input*>;
+    return *inputs;
+}
+
+}  // namespace
+
+X11Input::X11Input(X11Connection& x11) : x11_(x11) {
+    static std::once_flag once;
+    std::call_once(once, [] { std::atexit(&X11Input::restoreAtExit); });
+    std::lock_guard lock(liveInputsMutex());
+    liveInputs().insert(this);
+}
+
 X11Input::~X11Input() {
+    {
+        std::lock_guard lock(liveInputsMutex());
+        liveInputs().erase(this);
+    }
+    restoreSpareKeycodes();
+}
+
+void X11Input::restoreAtExit() {
+    std::lock_guard lock(liveInputsMutex());
+    for (X11Input* input : liveInputs()) {
+        input->restoreSpareKeycodes();
+    }
+}
+
+void X11Input::restoreSpareKeycodes() {
     auto lock = x11_.lock();
     if (!boundSpares_.empty()) {
         if (::Display* display = x11_.display()) {

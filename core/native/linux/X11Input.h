@@ -22,7 +22,8 @@ namespace velmora::native::freedesktop {
 //    the purpose. Spare keycodes stay bound until they are needed for another
 //    character or the input is destroyed, which restores their empty mapping:
 //    an application reads the mapping when it handles the key, which may be
-//    after the key was sent.
+//    after the key was sent. An input still alive when the process exits (the
+//    agent keeps its platform to the end) restores them then.
 //  - Other keyboard events press or release the key that the macOS virtual key
 //    code names (KeyTranslation.h); a code without an X counterpart does nothing.
 //  - Event flags become modifier keys pressed before the key-down and released
@@ -31,7 +32,7 @@ namespace velmora::native::freedesktop {
 // Every post is flushed to the server before it returns.
 class X11Input {
   public:
-    explicit X11Input(X11Connection& x11) : x11_(x11) {}
+    explicit X11Input(X11Connection& x11);
     ~X11Input();
 
     X11Input(const X11Input&) = delete;
@@ -56,6 +57,8 @@ class X11Input {
     std::optional<KeyStroke> strokeFor(::Display* display, KeySym keysym);
     std::optional<KeyCode> spareKeycodeFor(::Display* display, KeySym keysym);
     void restoreSpareKeycodes(::Display* display);
+    void restoreSpareKeycodes();
+    static void restoreAtExit();
 
     X11Connection& x11_;
     std::vector<KeyCode> spareKeycodes_;  // found on first need

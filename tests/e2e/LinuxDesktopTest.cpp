@@ -191,6 +191,65 @@ TEST_F(LinuxDesktop, ActivationBringsEachApplicationToTheFront) {
     EXPECT_EQ(running[0].processId, editor);
 }
 
+TEST_F(LinuxDesktop, WithoutAWindowManagerTheFocusedWindowIsFrontmost) {
+    // A second X server of the test's own, with no window manager on it.
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    pid_t server = fork();
+    ASSERT_GE(server, 0);
+    if (server == 0) {
+        close(ready[0]);
+        std::string fd = std::to_string(ready[1]);
+        execlp("Xvfb", "Xvfb", "-displayfd", fd.c_str(), "-screen", "0", "800x600x24", "-nolisten",
+               "tcp", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(ready[1]);
+    std::string number;
+    char c = 0;
+    while (read(ready[0], &c, 1) == 1 && c != '\n') {
+        number += c;
+    }
+    close(ready[0]);
+    ASSERT_FALSE(number.empty()) << "Xvfb did not start";
+    const std::string ourDisplay = std::getenv("DISPLAY");
+    setenv("DISPLAY", (":" + number).c_str(), 1);
+
+    {
+        auto bare = native::makeSystemPlatform();
+        // An empty screen: no window holds the focus.
+        EXPECT_EQ(bare->frontmostApplicationBundleId(), std::nullopt);
+        bool completed = false;
+        bare->openApplication(
+            "/usr/share/applications/galculator.desktop", true,
+            [&](std::optional<std::string> error) { completed = !error.has_value(); });
+        EXPECT_TRUE(completed);
+        int32_t pid = 0;
+        EXPECT_TRUE(waitUntil(
+            [&] {
+                auto running = bare->runningApplications("galculator");
+                pid = running.empty() ? 0 : running.front().processId;
+                return pid != 0;
+            },
+            10));
+        if (pid != 0) {
+            // Nothing gives a new window the focus here; activation does.
+            EXPECT_TRUE(waitUntil(
+                [&] {
+                    bare->activateApplication(pid, 0);
+                    return bare->frontmostApplicationBundleId() == "galculator";
+                },
+                10))
+                << bare->frontmostApplicationBundleId().value_or("(none)");
+            kill(pid, SIGTERM);
+        }
+    }
+
+    setenv("DISPLAY", ourDisplay.c_str(), 1);
+    kill(server, SIGTERM);
+    waitpid(server, nullptr, 0);
+}
+
 TEST_F(LinuxDesktop, ApplicationElementListsItsWindows) {
     int32_t pid = launched->launch("galculator");
     ASSERT_NE(pid, 0);

@@ -15,7 +15,9 @@
 //                   spin buttons) and for checkable ones (1 checked, 0 not,
 //                   2 indeterminate); else the text of a text element
 //   "AXPosition"    the top-left corner of its screen extents, boxed as a point
-//   "AXSize"        the size of its screen extents, boxed as a size
+//   "AXSize"        the size of its screen extents, boxed as a size; neither
+//                   has a value for what is not on screen (a closed menu's
+//                   items, which toolkits place at the smallest coordinate)
 //   "AXChildren"    its children
 //   "AXWindows"     of an application: its top-level children
 // Any other attribute fails with kAXErrorAttributeUnsupported. A read whose

@@ -55,12 +55,13 @@ TEST(AtspiRecordTest, RolesUseTheMacNamesWithTheirTraits) {
     EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_ENTRY, {}))), "AXTextField");
     EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_TEXT, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
               "AXTextArea");
-    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_PASSWORD_TEXT, {},
-                                       statesWith({ATSPI_STATE_MULTI_LINE})))),
+    EXPECT_EQ(text(roleAnswer(
+                  recordOf(ATSPI_ROLE_PASSWORD_TEXT, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
               "AXTextArea");
     // Multi-line means nothing to other roles.
-    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_LABEL, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
-              "AXStaticText");
+    EXPECT_EQ(
+        text(roleAnswer(recordOf(ATSPI_ROLE_LABEL, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
+        "AXStaticText");
     EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_TREE_ITEM, {}))), "AXTreeItem");
 }
 
@@ -150,13 +151,13 @@ TEST(AtspiRecordTest, CheckableElementsReadTheirStateAsANumber) {
     EXPECT_EQ(number(valueAnswer(byState)), 1);
     // Checkable by role.
     EXPECT_EQ(number(valueAnswer(recordOf(ATSPI_ROLE_CHECK_BOX, {}))), 0);
-    EXPECT_EQ(number(valueAnswer(recordOf(ATSPI_ROLE_TOGGLE_BUTTON, {},
-                                          statesWith({ATSPI_STATE_PRESSED})))),
+    EXPECT_EQ(number(valueAnswer(
+                  recordOf(ATSPI_ROLE_TOGGLE_BUTTON, {}, statesWith({ATSPI_STATE_PRESSED})))),
               1);
-    EXPECT_EQ(number(valueAnswer(recordOf(ATSPI_ROLE_RADIO_MENU_ITEM, {},
-                                          statesWith({ATSPI_STATE_CHECKED,
-                                                      ATSPI_STATE_INDETERMINATE})))),
-              2);
+    EXPECT_EQ(
+        number(valueAnswer(recordOf(ATSPI_ROLE_RADIO_MENU_ITEM, {},
+                                    statesWith({ATSPI_STATE_CHECKED, ATSPI_STATE_INDETERMINATE})))),
+        2);
     // A role that cannot be read makes nothing checkable.
     AtspiRecord unknown = recordOf(ATSPI_ROLE_CHECK_BOX, {});
     unknown.role.fail();
@@ -267,18 +268,18 @@ TEST(AtspiCacheIndexTest, IncompleteChildListsAreUnknown) {
     AtspiCacheIndex missing(":1.5", {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0)});
     EXPECT_FALSE(missing.children({":1.5", "/p"}));
     // An index given twice, or one the toolkit does not tell (-1).
-    AtspiCacheIndex twice(":1.5",
-                          {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0), item("/b", "/p", 0, 0)});
+    AtspiCacheIndex twice(
+        ":1.5", {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0), item("/b", "/p", 0, 0)});
     EXPECT_FALSE(twice.children({":1.5", "/p"}));
-    AtspiCacheIndex untold(":1.5",
-                           {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0), item("/b", "/p", -1, 0)});
+    AtspiCacheIndex untold(
+        ":1.5", {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0), item("/b", "/p", -1, 0)});
     EXPECT_FALSE(untold.children({":1.5", "/p"}));
     // An object whose children the cache does not follow (a GTK menu: -1).
     AtspiCacheIndex menu(":1.5", {item("/m", "/root", 0, -1), item("/i", "/m", -1, 0)});
     EXPECT_FALSE(menu.children({":1.5", "/m"}));
     // More children name it than it counts.
-    AtspiCacheIndex extra(":1.5",
-                          {item("/p", "/root", 0, 1), item("/a", "/p", 0, 0), item("/b", "/p", 1, 0)});
+    AtspiCacheIndex extra(
+        ":1.5", {item("/p", "/root", 0, 1), item("/a", "/p", 0, 0), item("/b", "/p", 1, 0)});
     EXPECT_FALSE(extra.children({":1.5", "/p"}));
 }
 

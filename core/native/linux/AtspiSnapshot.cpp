@@ -1,0 +1,546 @@
+#include "core/native/linux/AtspiSnapshot.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "core/native/linux/AtspiCacheIndex.h"
+#include "core/native/linux/AtspiRecord.h"
+
+namespace velmora::native::freedesktop {
+
+namespace {
+
+enum Attribute { kRole, kTitle, kIdentifier, kValue, kPosition, kSize, kChildren, kWindows };
+constexpr int kAttributeCount = 8;
+// How many reads one record answers, per attribute: the walk reads the value twice
+// (whether there is one, then its text) and everything else once.
+constexpr std::array<int, kAttributeCount> kAnswersPerRecord = {1, 1, 1, 2, 1, 1, 1, 1};
+
+int attributeOf(const std::string& name) {
+    static const std::array<const char*, kAttributeCount> kNames = {
+        "AXRole",     "AXTitle", "AXIdentifier", "AXValue",
+        "AXPosition", "AXSize",  "AXChildren",   "AXWindows"};
+    for (int i = 0; i < kAttributeCount; ++i) {
+        if (name == kNames[i]) {
+            return i;
+        }
+    }
+    return -1;
+}
+
+struct Stream;
+
+// One element as the snapshot knows it.
+struct Node {
+    AtspiAddress address;
+    int depth = 0;             // below the application element
+    std::vector<int32_t> key;  // its place in its stream's pre-order
+    Stream* stream = nullptr;  // the stream that fetches it ahead
+    bool requested = false;    // its record has been asked for
+    bool prefetched = false;   // asked for ahead of the reads and not read yet
+    bool visited = false;      // read at least once
+    bool refetched = false;    // its record was fetched again, outside its stream
+    uint64_t generation = 0;   // answers to an older record are dropped
+    int outstanding = 0;       // requests of the current record in flight
+    AtspiRecord record;
+    bool childRolesAsked = false;
+    // Children read one index at a time, for applications that refuse GetChildren.
+    std::vector<std::optional<AtspiAddress>> childSlots;
+    int childSlotsPending = 0;
+    bool childSlotsAsked = false;
+    bool childrenMade = false;
+    std::vector<std::shared_ptr<Node>> children;
+    std::array<int, kAttributeCount> served{};
+};
+
+struct Stream {
+    enum class Cache { notAsked, asked, ready, unavailable };
+
+    bool active = false;  // one of its elements has been read
+    int visited = 0;      // elements read
+    int ahead = 0;        // elements asked for ahead and not read yet
+    std::map<std::vector<int32_t>, std::shared_ptr<Node>> frontier;  // known, not asked for
+    Cache cache = Cache::notAsked;
+    std::shared_ptr<const AtspiCacheIndex> index;
+};
+
+class Snapshot : public std::enable_shared_from_this<Snapshot> {
+  public:
+    Snapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddress application,
+             AtspiSnapshotTuning tuning)
+        : transport_(std::move(transport)), application_(std::move(application)), tuning_(tuning) {}
+
+    std::shared_ptr<Node> makeRoot() {
+        auto root = std::make_shared<Node>();
+        root->address = application_;
+        root->stream = newStream();
+        return root;
+    }
+
+    AttributeRead read(const std::shared_ptr<Node>& node, int attribute);
+
+  private:
+    Stream* newStream() {
+        streams_.push_back(std::make_unique<Stream>());
+        return streams_.back().get();
+    }
+
+    void visit(Node& node);
+    void topUp(Stream& stream);
+    void askCache(Stream& stream);
+    void waitForCache(Stream* stream);
+    void request(const std::shared_ptr<Node>& node);
+    void refetch(const std::shared_ptr<Node>& node);
+    void advance(const std::shared_ptr<Node>& node);
+    void askChildrenByIndex(const std::shared_ptr<Node>& node);
+    void makeChildren(const std::shared_ptr<Node>& node);
+    std::vector<AXElement> elementsOf(const std::vector<std::shared_ptr<Node>>& nodes);
+    AttributeRead answer(const std::shared_ptr<Node>& node, int attribute);
+    static bool ready(const Node& node) { return node.requested && node.outstanding == 0; }
+
+    // Sends one request of the node's current record; `apply` stores its answer.
+    template <typename Apply>
+    void ask(const std::shared_ptr<Node>& node, AtspiRequest request, Apply apply);
+    template <typename T>
+    void askFact(const std::shared_ptr<Node>& node, Fetched<T> AtspiRecord::*fact, AtspiCall call,
+                 int32_t first = 0, int32_t second = 0);
+
+    std::shared_ptr<AtspiTransport> transport_;
+    AtspiAddress application_;
+    AtspiSnapshotTuning tuning_;
+    std::vector<std::unique_ptr<Stream>> streams_;
+    bool cacheOffered_ = true;  // until the application says otherwise
+    bool toppingUp_ = false;
+};
+
+class SnapshotElement final : public AccessibleObject {
+  public:
+    SnapshotElement(std::shared_ptr<Snapshot> snapshot, std::shared_ptr<Node> node)
+        : snapshot_(std::move(snapshot)), node_(std::move(node)) {}
+
+    AttributeRead read(int attribute) const { return snapshot_->read(node_, attribute); }
+
+  private:
+    std::shared_ptr<Snapshot> snapshot_;
+    std::shared_ptr<Node> node_;
+};
+
+template <typename Apply>
+void Snapshot::ask(const std::shared_ptr<Node>& node, AtspiRequest request, Apply apply) {
+    ++node->outstanding;
+    std::weak_ptr<Snapshot> weakSelf = weak_from_this();
+    std::weak_ptr<Node> weakNode = node;
+    const uint64_t generation = node->generation;
+    transport_->send(request, [weakSelf, weakNode, generation, apply](const AtspiReply& reply) {
+        auto self = weakSelf.lock();
+        auto answered = weakNode.lock();
+        if (!self || !answered || answered->generation != generation) {
+            return;
+        }
+        --answered->outstanding;
+        apply(*answered, reply);
+        self->advance(answered);
+    });
+}
+
+template <typename T>
+void Snapshot::askFact(const std::shared_ptr<Node>& node, Fetched<T> AtspiRecord::*fact,
+                       AtspiCall call, int32_t first, int32_t second) {
+    (node->record.*fact).state = Fetched<T>::State::asked;
+    ask(node, AtspiRequest{call, node->address, first, second},
+        [fact](Node& answered, const AtspiReply& reply) {
+            Fetched<T>& stored = answered.record.*fact;
+            if (!reply.ok) {
+                stored.fail();
+                return;
+            }
+            if constexpr (std::is_same_v<T, uint32_t>) {
+                stored.answer(reply.number);
+            } else if constexpr (std::is_same_v<T, std::string>) {
+                stored.answer(reply.text);
+            } else if constexpr (std::is_same_v<T, std::vector<std::string>>) {
+                stored.answer(reply.strings);
+            } else if constexpr (std::is_same_v<T, AtspiStateBits>) {
+                stored.answer(reply.states);
+            } else if constexpr (std::is_same_v<T, AtspiExtents>) {
+                stored.answer(reply.extents);
+            } else if constexpr (std::is_same_v<T, double>) {
+                stored.answer(reply.real);
+            } else {
+                static_assert(std::is_same_v<T, int32_t>);
+                stored.answer(reply.integer);
+            }
+        });
+}
+
+AttributeRead Snapshot::read(const std::shared_ptr<Node>& node, int attribute) {
+    const bool firstRead = !node->visited;
+    visit(*node);
+    if (!node->requested) {
+        waitForCache(node->stream);
+        request(node);
+    } else if (ready(*node) && node->served[attribute] >= kAnswersPerRecord[attribute]) {
+        refetch(node);
+    }
+    if (firstRead) {
+        if (node->stream != nullptr) {
+            topUp(*node->stream);
+        }
+        // Take in what has arrived, so that the next requests go out early.
+        transport_->pump(false);
+    }
+    while (!ready(*node)) {
+        if (!transport_->pump(true)) {
+            break;  // nothing in flight: what is missing stays missing
+        }
+    }
+    ++node->served[attribute];
+    return answer(node, attribute);
+}
+
+void Snapshot::visit(Node& node) {
+    if (node.visited) {
+        return;
+    }
+    node.visited = true;
+    Stream* stream = node.stream;
+    if (stream == nullptr) {
+        return;
+    }
+    stream->active = true;
+    ++stream->visited;
+    if (node.prefetched) {
+        node.prefetched = false;
+        --stream->ahead;
+    }
+}
+
+void Snapshot::topUp(Stream& stream) {
+    if (!stream.active || toppingUp_ || stream.cache == Stream::Cache::asked) {
+        return;
+    }
+    if (stream.cache == Stream::Cache::notAsked && stream.visited >= tuning_.cacheAfter) {
+        if (cacheOffered_) {
+            askCache(stream);
+            return;
+        }
+        stream.cache = Stream::Cache::unavailable;
+    }
+    const int window = std::min(tuning_.maxLookAhead, tuning_.minLookAhead + stream.visited);
+    toppingUp_ = true;
+    while (stream.ahead < window && !stream.frontier.empty()) {
+        auto next = stream.frontier.begin();
+        std::shared_ptr<Node> node = next->second;
+        stream.frontier.erase(next);
+        if (node->requested) {
+            continue;  // read out of turn and already asked for
+        }
+        node->prefetched = true;
+        ++stream.ahead;
+        request(node);
+    }
+    toppingUp_ = false;
+}
+
+void Snapshot::askCache(Stream& stream) {
+    stream.cache = Stream::Cache::asked;
+    std::weak_ptr<Snapshot> weakSelf = weak_from_this();
+    Stream* asking = &stream;
+    const std::string busName = application_.busName;
+    transport_->send(AtspiRequest{AtspiCall::cacheItems, application_},
+                     [weakSelf, asking, busName](const AtspiReply& reply) {
+                         auto self = weakSelf.lock();
+                         if (!self) {
+                             return;
+                         }
+                         if (reply.ok) {
+                             asking->index =
+                                 std::make_shared<AtspiCacheIndex>(busName, reply.items);
+                             asking->cache = Stream::Cache::ready;
+                         } else {
+                             asking->cache = Stream::Cache::unavailable;
+                             self->cacheOffered_ = false;
+                         }
+                         self->topUp(*asking);
+                     });
+}
+
+void Snapshot::waitForCache(Stream* stream) {
+    while (stream != nullptr && stream->cache == Stream::Cache::asked) {
+        if (!transport_->pump(true)) {
+            stream->cache = Stream::Cache::unavailable;
+        }
+    }
+}
+
+void Snapshot::request(const std::shared_ptr<Node>& node) {
+    node->requested = true;
+    AtspiRecord& record = node->record;
+    const AtspiCacheItem* item = nullptr;
+    std::shared_ptr<const AtspiCacheIndex> index;
+    if (!node->refetched && node->stream != nullptr &&
+        node->stream->cache == Stream::Cache::ready) {
+        index = node->stream->index;
+        item = index->find(node->address);
+    }
+    if (item != nullptr) {
+        record.role.answer(item->role);
+        record.name.answer(item->name);
+        record.interfaces.answer(item->interfaces);
+        record.states.answer(item->states);
+        if (auto children = index->children(node->address)) {
+            record.children.answer(std::move(*children));
+        }
+    } else {
+        askFact(node, &AtspiRecord::role, AtspiCall::role);
+        askFact(node, &AtspiRecord::name, AtspiCall::name);
+        // Which interfaces an object has does not change: read once, as libatspi does.
+        if (!record.interfaces.ok()) {
+            askFact(node, &AtspiRecord::interfaces, AtspiCall::interfaces);
+        }
+        askFact(node, &AtspiRecord::states, AtspiCall::states);
+    }
+    askFact(node, &AtspiRecord::accessibleId, AtspiCall::accessibleId);
+    // Without the cache the interfaces are not known yet: ask for the extents at once
+    // anyway (an object without Component answers with an error, which goes unused).
+    if (item == nullptr || hasInterface(record, kAtspiComponentInterface)) {
+        askFact(node, &AtspiRecord::extents, AtspiCall::extents);
+    }
+    if (!record.children.known()) {
+        record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
+        ask(node, AtspiRequest{AtspiCall::children, node->address},
+            [](Node& answered, const AtspiReply& reply) {
+                if (!reply.ok) {
+                    // Some applications refuse GetChildren (too many children, or not
+                    // implemented): read the children one index at a time instead.
+                    answered.record.children.state =
+                        Fetched<std::vector<AtspiAddress>>::State::unasked;
+                    return;
+                }
+                // A null reference is a child that went away in the meantime: it is
+                // left out, as reading one index at a time leaves it out.
+                std::vector<AtspiAddress> children;
+                for (const auto& reference : reply.references) {
+                    if (reference.path != kAtspiNullPath) {
+                        children.push_back(reference);
+                    }
+                }
+                answered.record.children.answer(std::move(children));
+            });
+    }
+    advance(node);
+}
+
+void Snapshot::refetch(const std::shared_ptr<Node>& node) {
+    ++node->generation;
+    Fetched<std::vector<std::string>> interfaces = node->record.interfaces;
+    node->record = AtspiRecord{};
+    if (interfaces.ok()) {
+        node->record.interfaces = std::move(interfaces);
+    }
+    node->outstanding = 0;
+    node->childRolesAsked = false;
+    node->childSlots.clear();
+    node->childSlotsPending = 0;
+    node->childSlotsAsked = false;
+    node->childrenMade = false;
+    node->children.clear();
+    node->served = {};
+    node->refetched = true;
+    request(node);
+}
+
+void Snapshot::askChildrenByIndex(const std::shared_ptr<Node>& node) {
+    node->record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
+    ask(node, AtspiRequest{AtspiCall::childCount, node->address},
+        [](Node& answered, const AtspiReply& reply) {
+            if (!reply.ok) {
+                answered.record.children.fail();
+                return;
+            }
+            const int32_t count = std::max(reply.integer, 0);
+            answered.childSlots.assign(static_cast<size_t>(count), std::nullopt);
+            answered.childSlotsPending = count;
+            if (count == 0) {
+                answered.record.children.answer({});
+            }
+        });
+}
+
+void Snapshot::advance(const std::shared_ptr<Node>& node) {
+    AtspiRecord& record = node->record;
+
+    if (record.children.state == Fetched<std::vector<AtspiAddress>>::State::unasked &&
+        node->requested) {
+        askChildrenByIndex(node);
+    }
+    if (node->childSlotsPending > 0 && !node->childSlotsAsked) {
+        // The count is known: ask for every index at once.
+        node->childSlotsAsked = true;
+        for (size_t i = 0; i < node->childSlots.size(); ++i) {
+            ask(node, AtspiRequest{AtspiCall::childAtIndex, node->address, static_cast<int32_t>(i)},
+                [i](Node& answered, const AtspiReply& reply) {
+                    if (reply.ok && !reply.references.empty() &&
+                        reply.references.front().path != kAtspiNullPath) {
+                        answered.childSlots[i] = reply.references.front();
+                    }
+                    if (--answered.childSlotsPending == 0) {
+                        std::vector<AtspiAddress> children;
+                        for (auto& slot : answered.childSlots) {
+                            if (slot) {
+                                children.push_back(std::move(*slot));
+                            }
+                        }
+                        answered.record.children.answer(std::move(children));
+                    }
+                });
+        }
+    }
+
+    switch (valueSource(record)) {
+        case ValueSource::currentValue:
+            if (record.currentValue.state == Fetched<double>::State::unasked) {
+                askFact(node, &AtspiRecord::currentValue, AtspiCall::currentValue);
+            }
+            break;
+        case ValueSource::text:
+            if (record.characterCount.state == Fetched<int32_t>::State::unasked) {
+                askFact(node, &AtspiRecord::characterCount, AtspiCall::characterCount);
+            } else if (record.characterCount.ok() &&
+                       record.text.state == Fetched<std::string>::State::unasked) {
+                askFact(node, &AtspiRecord::text, AtspiCall::text, 0, record.characterCount.value);
+            }
+            break;
+        default:
+            break;
+    }
+
+    if (needsChildRoles(record) && record.children.ok() && !node->childRolesAsked) {
+        node->childRolesAsked = true;
+        record.childRoles.assign(record.children.value.size(), {});
+        for (size_t i = 0; i < record.children.value.size(); ++i) {
+            record.childRoles[i].state = Fetched<uint32_t>::State::asked;
+            ask(node, AtspiRequest{AtspiCall::role, record.children.value[i]},
+                [i](Node& answered, const AtspiReply& reply) {
+                    if (reply.ok) {
+                        answered.record.childRoles[i].answer(reply.number);
+                    } else {
+                        answered.record.childRoles[i].fail();
+                    }
+                });
+        }
+    }
+
+    if (record.children.ok() && !node->childrenMade) {
+        makeChildren(node);
+    }
+}
+
+void Snapshot::makeChildren(const std::shared_ptr<Node>& node) {
+    node->childrenMade = true;
+    // A record fetched again is read outside the walk that fetched the first one:
+    // its children start a stream of their own.
+    Stream* stream = node->refetched || node->stream == nullptr ? newStream() : node->stream;
+    const std::vector<int32_t> base = stream == node->stream ? node->key : std::vector<int32_t>{};
+    const auto& addresses = node->record.children.value;
+    node->children.reserve(addresses.size());
+    for (size_t i = 0; i < addresses.size(); ++i) {
+        auto child = std::make_shared<Node>();
+        child->address = addresses[i];
+        child->depth = node->depth + 1;
+        child->key = base;
+        child->key.push_back(static_cast<int32_t>(i));
+        child->stream = stream;
+        if (child->depth <= tuning_.deepest) {
+            stream->frontier.emplace(child->key, child);
+        }
+        node->children.push_back(std::move(child));
+    }
+    topUp(*stream);
+}
+
+std::vector<AXElement> Snapshot::elementsOf(const std::vector<std::shared_ptr<Node>>& nodes) {
+    std::vector<AXElement> elements;
+    elements.reserve(nodes.size());
+    for (const auto& node : nodes) {
+        elements.push_back(std::make_shared<SnapshotElement>(shared_from_this(), node));
+    }
+    return elements;
+}
+
+AttributeRead Snapshot::answer(const std::shared_ptr<Node>& node, int attribute) {
+    const AtspiRecord& record = node->record;
+    switch (attribute) {
+        case kRole:
+            return roleAnswer(record);
+        case kTitle:
+            return titleAnswer(record);
+        case kIdentifier:
+            return identifierAnswer(record);
+        case kValue:
+            return valueAnswer(record);
+        case kPosition:
+            return positionAnswer(record);
+        case kSize:
+            return sizeAnswer(record);
+        case kChildren: {
+            AtspiListAnswer list = childrenAnswer(record);
+            if (list.code != kAXErrorSuccess) {
+                return AttributeRead::failure(list.code);
+            }
+            return AttributeRead::success(AttributeValue::ofElements(elementsOf(node->children)));
+        }
+        case kWindows: {
+            AtspiListAnswer list = windowsAnswer(record);
+            if (list.code != kAXErrorSuccess) {
+                return AttributeRead::failure(list.code);
+            }
+            // A second list of the same windows: new elements, walked afresh.
+            Stream* stream = newStream();
+            std::vector<std::shared_ptr<Node>> windows;
+            for (size_t i = 0; i < list.addresses.size(); ++i) {
+                auto window = std::make_shared<Node>();
+                window->address = list.addresses[i];
+                window->depth = node->depth + 1;
+                window->key = {static_cast<int32_t>(i)};
+                window->stream = stream;
+                stream->frontier.emplace(window->key, window);
+                windows.push_back(std::move(window));
+            }
+            return AttributeRead::success(AttributeValue::ofElements(elementsOf(windows)));
+        }
+        default:
+            return AttributeRead::failure(kAXErrorAttributeUnsupported);
+    }
+}
+
+}  // namespace
+
+AXElement openAtspiSnapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddress application,
+                            AtspiSnapshotTuning tuning) {
+    auto snapshot =
+        std::make_shared<Snapshot>(std::move(transport), std::move(application), tuning);
+    return std::make_shared<SnapshotElement>(snapshot, snapshot->makeRoot());
+}
+
+bool isSnapshotElement(const AXElement& element) {
+    return dynamic_cast<const SnapshotElement*>(element.get()) != nullptr;
+}
+
+AttributeRead readSnapshotElement(const AXElement& element, const std::string& name) {
+    const auto* snapshotElement = dynamic_cast<const SnapshotElement*>(element.get());
+    if (snapshotElement == nullptr) {
+        return AttributeRead::failure(kAXErrorFailure);
+    }
+    const int attribute = attributeOf(name);
+    if (attribute < 0) {
+        return AttributeRead::failure(kAXErrorAttributeUnsupported);
+    }
+    return snapshotElement->read(attribute);
+}
+
+}  // namespace velmora::native::freedesktop

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "core/native/Platform.h"
+#include "core/native/linux/AtspiCalls.h"
+
+// The pipelined reader of one application's accessibility tree.
+//
+// A tree walk reads every element it records in the same way: role, title,
+// identifier, value (twice), position, size, children. Asking the application for
+// each of these one at a time costs a round trip per read; here the reader asks
+// ahead, without waiting for one answer before sending the next request, and
+// answers the reads from what came back.
+//
+// Elements and their records. Every element this reader hands out belongs to a
+// snapshot, which opening an application element starts. An element's record
+// holds everything the walk will read of it, fetched with all its requests in
+// flight at once. When the record's child list arrives, the children become
+// elements of their own, and are fetched in their turn.
+//
+// Order and look-ahead. The elements of one child list, with all their
+// descendants, form a stream, fetched in pre-order - the order in which a walk
+// visits them. A stream starts when one of its elements is first read. It then
+// keeps requested-but-unread elements ahead of the reads, but never more than the
+// look-ahead: 8 elements plus one per element already read in the stream, at most
+// 128 (kMaxLookAhead), and never deeper than 60 levels below the application (a
+// walk records nothing deeper). So when a walk stops - its budget spent - at most
+// 128 elements of that stream were fetched in vain. A stream whose elements are
+// never read fetches nothing.
+//
+// The application's cache. Once a stream has had 32 elements read (so small
+// reads never pay for it), it asks the application's cache (Cache.GetItems) once,
+// where the application offers one: that answer gives the role, name,
+// interfaces, states and, where complete, the children of every object the
+// application caches, so that the remaining elements need only their identifier,
+// extents and value. The cache answer is one request, but it lists every object
+// the application caches, not only those the walk will reach.
+//
+// Freshness. Each answer of a record is given once (the value twice, as the walk
+// reads it twice); asking again fetches the element afresh, so a reader polling
+// an element sees the application's current state, and a second child or window
+// list is a new set of elements in a new stream.
+//
+// Results are those of the one-call-at-a-time reader (AtspiRecord.h). Not
+// thread-safe: the caller serialises every use of the elements of all snapshots
+// sharing a transport.
+
+namespace velmora::native::freedesktop {
+
+struct AtspiSnapshotTuning {
+    int minLookAhead = 8;
+    int maxLookAhead = 128;  // kMaxLookAhead
+    int cacheAfter = 32;     // elements read in a stream before it asks the cache
+    int deepest = 60;        // the deepest level below the application fetched ahead
+};
+
+// The application element of a new snapshot; nothing is sent before a read.
+AXElement openAtspiSnapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddress application,
+                            AtspiSnapshotTuning tuning = {});
+
+// Whether an element belongs to a snapshot, and if so answers a read of it.
+bool isSnapshotElement(const AXElement& element);
+AttributeRead readSnapshotElement(const AXElement& element, const std::string& name);
+
+}  // namespace velmora::native::freedesktop

@@ -1,0 +1,287 @@
+// How the pipelined reader answers each attribute from what it fetched, and how
+// it indexes an application's cache. Pure translations: no bus, no desktop.
+
+#include <gtest/gtest.h>
+
+#include <atspi/atspi-constants.h>
+
+#include <climits>
+
+#include "core/native/linux/AtspiCacheIndex.h"
+#include "core/native/linux/AtspiRecord.h"
+
+namespace velmora::native::freedesktop {
+namespace {
+
+AtspiStateBits statesWith(std::initializer_list<uint32_t> states) {
+    AtspiStateBits bits{};
+    for (uint32_t state : states) {
+        bits[state / 32] |= uint32_t{1} << (state % 32);
+    }
+    return bits;
+}
+
+AtspiRecord recordOf(uint32_t role, std::vector<std::string> interfaces,
+                     AtspiStateBits states = {}) {
+    AtspiRecord record;
+    record.role.answer(role);
+    record.interfaces.answer(std::move(interfaces));
+    record.states.answer(states);
+    return record;
+}
+
+std::string text(const AttributeRead& read) {
+    EXPECT_EQ(read.code, kAXErrorSuccess);
+    EXPECT_TRUE(read.value.has_value());
+    if (!read.value) {
+        return "";
+    }
+    EXPECT_EQ(read.value->type, AttributeValue::Type::text);
+    return read.value->text;
+}
+
+double number(const AttributeRead& read) {
+    EXPECT_EQ(read.code, kAXErrorSuccess);
+    EXPECT_TRUE(read.value.has_value());
+    if (!read.value) {
+        return -1;
+    }
+    EXPECT_EQ(read.value->type, AttributeValue::Type::number);
+    return read.value->number;
+}
+
+TEST(AtspiRecordTest, RolesUseTheMacNamesWithTheirTraits) {
+    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_PUSH_BUTTON, {}))), "AXButton");
+    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_ENTRY, {}))), "AXTextField");
+    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_TEXT, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
+              "AXTextArea");
+    EXPECT_EQ(text(roleAnswer(
+                  recordOf(ATSPI_ROLE_PASSWORD_TEXT, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
+              "AXTextArea");
+    // Multi-line means nothing to other roles.
+    EXPECT_EQ(
+        text(roleAnswer(recordOf(ATSPI_ROLE_LABEL, {}, statesWith({ATSPI_STATE_MULTI_LINE})))),
+        "AXStaticText");
+    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_TREE_ITEM, {}))), "AXTreeItem");
+}
+
+TEST(AtspiRecordTest, ARoleThatFailedCannotComplete) {
+    AtspiRecord record;
+    record.role.fail();
+    EXPECT_EQ(roleAnswer(record).code, kAXErrorCannotComplete);
+    EXPECT_FALSE(roleAnswer(record).value);
+}
+
+TEST(AtspiRecordTest, StatesThatFailedReadAsTheEmptySet) {
+    AtspiRecord record = recordOf(ATSPI_ROLE_TEXT, {kAtspiTextInterface});
+    record.states.fail();
+    EXPECT_EQ(text(roleAnswer(record)), "AXTextField");
+}
+
+TEST(AtspiRecordTest, AComboBoxIsEditableByStateOrByAnEditableChild) {
+    AtspiRecord byState = recordOf(ATSPI_ROLE_COMBO_BOX, {}, statesWith({ATSPI_STATE_EDITABLE}));
+    EXPECT_FALSE(needsChildRoles(byState));
+    EXPECT_EQ(text(roleAnswer(byState)), "AXComboBox");
+
+    AtspiRecord byChild = recordOf(ATSPI_ROLE_COMBO_BOX, {});
+    EXPECT_TRUE(needsChildRoles(byChild));
+    byChild.children.answer({{":1.2", "/a"}, {":1.2", "/b"}});
+    byChild.childRoles.resize(2);
+    byChild.childRoles[0].answer(ATSPI_ROLE_MENU);
+    byChild.childRoles[1].answer(ATSPI_ROLE_ENTRY);
+    EXPECT_EQ(text(roleAnswer(byChild)), "AXComboBox");
+
+    AtspiRecord plain = byChild;
+    plain.childRoles[1].answer(ATSPI_ROLE_PUSH_BUTTON);
+    EXPECT_EQ(text(roleAnswer(plain)), "AXPopUpButton");
+
+    // The search ends at the first child whose role cannot be read.
+    AtspiRecord stopped = byChild;
+    stopped.childRoles[0].fail();
+    EXPECT_EQ(text(roleAnswer(stopped)), "AXPopUpButton");
+
+    AtspiRecord orphan = recordOf(ATSPI_ROLE_COMBO_BOX, {});
+    orphan.children.fail();
+    EXPECT_EQ(text(roleAnswer(orphan)), "AXPopUpButton");
+}
+
+TEST(AtspiRecordTest, EmptyTitlesAndIdentifiersAreNoValue) {
+    AtspiRecord record;
+    record.name.answer("");
+    record.accessibleId.answer("");
+    EXPECT_EQ(titleAnswer(record).code, kAXErrorNoValue);
+    EXPECT_EQ(identifierAnswer(record).code, kAXErrorNoValue);
+    record.name.answer("Save");
+    record.accessibleId.answer("save-button");
+    EXPECT_EQ(text(titleAnswer(record)), "Save");
+    EXPECT_EQ(text(identifierAnswer(record)), "save-button");
+    record.name.fail();
+    record.accessibleId.fail();
+    EXPECT_EQ(titleAnswer(record).code, kAXErrorCannotComplete);
+    EXPECT_EQ(identifierAnswer(record).code, kAXErrorCannotComplete);
+}
+
+TEST(AtspiRecordTest, TheValueInterfaceGivesANumber) {
+    AtspiRecord record = recordOf(ATSPI_ROLE_SLIDER, {kAtspiValueInterface, kAtspiTextInterface});
+    EXPECT_EQ(valueSource(record), ValueSource::currentValue);
+    record.currentValue.answer(42.5);
+    EXPECT_EQ(number(valueAnswer(record)), 42.5);
+    record.currentValue.fail();
+    EXPECT_EQ(valueAnswer(record).code, kAXErrorCannotComplete);
+}
+
+TEST(AtspiRecordTest, ValueSourceWaitsForWhatDecidesIt) {
+    AtspiRecord record;
+    EXPECT_EQ(valueSource(record), ValueSource::undecided);
+    record.interfaces.answer({kAtspiTextInterface});
+    EXPECT_EQ(valueSource(record), ValueSource::undecided);  // states and role unknown
+    record.states.answer({});
+    record.role.answer(ATSPI_ROLE_LABEL);
+    EXPECT_EQ(valueSource(record), ValueSource::text);
+    // With the Value interface nothing else is needed.
+    AtspiRecord slider;
+    slider.interfaces.answer({kAtspiValueInterface});
+    EXPECT_EQ(valueSource(slider), ValueSource::currentValue);
+}
+
+TEST(AtspiRecordTest, CheckableElementsReadTheirStateAsANumber) {
+    // Checkable by state, whatever the role; text is not consulted.
+    AtspiRecord byState = recordOf(ATSPI_ROLE_PUSH_BUTTON, {kAtspiTextInterface},
+                                   statesWith({ATSPI_STATE_CHECKABLE, ATSPI_STATE_CHECKED}));
+    EXPECT_EQ(number(valueAnswer(byState)), 1);
+    // Checkable by role.
+    EXPECT_EQ(number(valueAnswer(recordOf(ATSPI_ROLE_CHECK_BOX, {}))), 0);
+    EXPECT_EQ(number(valueAnswer(
+                  recordOf(ATSPI_ROLE_TOGGLE_BUTTON, {}, statesWith({ATSPI_STATE_PRESSED})))),
+              1);
+    EXPECT_EQ(
+        number(valueAnswer(recordOf(ATSPI_ROLE_RADIO_MENU_ITEM, {},
+                                    statesWith({ATSPI_STATE_CHECKED, ATSPI_STATE_INDETERMINATE})))),
+        2);
+    // A role that cannot be read makes nothing checkable.
+    AtspiRecord unknown = recordOf(ATSPI_ROLE_CHECK_BOX, {});
+    unknown.role.fail();
+    EXPECT_EQ(valueSource(unknown), ValueSource::none);
+}
+
+TEST(AtspiRecordTest, TextElementsReadTheirTextEvenWhenEmpty) {
+    AtspiRecord record = recordOf(ATSPI_ROLE_ENTRY, {kAtspiTextInterface});
+    record.characterCount.answer(0);
+    record.text.answer("");
+    EXPECT_EQ(text(valueAnswer(record)), "");
+    record.characterCount.answer(5);
+    record.text.answer("héllo");
+    EXPECT_EQ(text(valueAnswer(record)), "héllo");
+    record.text.fail();
+    EXPECT_EQ(valueAnswer(record).code, kAXErrorCannotComplete);
+    AtspiRecord uncounted = recordOf(ATSPI_ROLE_ENTRY, {kAtspiTextInterface});
+    uncounted.characterCount.fail();
+    EXPECT_EQ(valueAnswer(uncounted).code, kAXErrorCannotComplete);
+}
+
+TEST(AtspiRecordTest, WithoutValueCheckOrTextThereIsNoValue) {
+    EXPECT_EQ(valueAnswer(recordOf(ATSPI_ROLE_FILLER, {kAtspiComponentInterface})).code,
+              kAXErrorNoValue);
+    AtspiRecord noInterfaces = recordOf(ATSPI_ROLE_LABEL, {});
+    noInterfaces.interfaces.fail();
+    EXPECT_EQ(valueAnswer(noInterfaces).code, kAXErrorNoValue);
+}
+
+TEST(AtspiRecordTest, ExtentsGiveThePositionAndTheSize) {
+    AtspiRecord record = recordOf(ATSPI_ROLE_PUSH_BUTTON, {kAtspiComponentInterface});
+    record.extents.answer({10, -20, 30, 40});
+    AttributeRead position = positionAnswer(record);
+    ASSERT_EQ(position.code, kAXErrorSuccess);
+    ASSERT_EQ(position.value->type, AttributeValue::Type::boxed);
+    EXPECT_EQ(position.value->boxed.type, kAXValueCGPointType);
+    EXPECT_EQ(position.value->boxed.point, (Point{10, -20}));
+    AttributeRead size = sizeAnswer(record);
+    ASSERT_EQ(size.code, kAXErrorSuccess);
+    EXPECT_EQ(size.value->boxed.type, kAXValueCGSizeType);
+    EXPECT_EQ(size.value->boxed.size, (Size{30, 40}));
+}
+
+TEST(AtspiRecordTest, OffScreenUnsupportedAndFailedExtents) {
+    AtspiRecord offScreen = recordOf(ATSPI_ROLE_MENU_ITEM, {kAtspiComponentInterface});
+    offScreen.extents.answer({INT32_MIN, INT32_MIN, 0, 0});
+    EXPECT_EQ(positionAnswer(offScreen).code, kAXErrorNoValue);
+    EXPECT_EQ(sizeAnswer(offScreen).code, kAXErrorNoValue);
+
+    AtspiRecord noComponent = recordOf(ATSPI_ROLE_APPLICATION, {"org.a11y.atspi.Application"});
+    noComponent.extents.answer({1, 2, 3, 4});  // asked ahead of the interfaces: unused
+    EXPECT_EQ(positionAnswer(noComponent).code, kAXErrorAttributeUnsupported);
+    EXPECT_EQ(sizeAnswer(noComponent).code, kAXErrorAttributeUnsupported);
+
+    AtspiRecord failed = recordOf(ATSPI_ROLE_PUSH_BUTTON, {kAtspiComponentInterface});
+    failed.extents.fail();
+    EXPECT_EQ(positionAnswer(failed).code, kAXErrorCannotComplete);
+}
+
+TEST(AtspiRecordTest, ChildrenAndWindows) {
+    AtspiRecord application = recordOf(ATSPI_ROLE_APPLICATION, {});
+    application.children.answer({{":1.2", "/w1"}, {":1.2", "/w2"}});
+    EXPECT_EQ(childrenAnswer(application).addresses.size(), 2u);
+    EXPECT_EQ(windowsAnswer(application).code, kAXErrorSuccess);
+    EXPECT_EQ(windowsAnswer(application).addresses[1].path, "/w2");
+
+    AtspiRecord window = recordOf(ATSPI_ROLE_FRAME, {});
+    window.children.answer({});
+    EXPECT_EQ(childrenAnswer(window).code, kAXErrorSuccess);
+    EXPECT_EQ(windowsAnswer(window).code, kAXErrorAttributeUnsupported);
+
+    AtspiRecord failed = recordOf(ATSPI_ROLE_APPLICATION, {});
+    failed.children.fail();
+    EXPECT_EQ(childrenAnswer(failed).code, kAXErrorCannotComplete);
+    failed.role.fail();
+    EXPECT_EQ(windowsAnswer(failed).code, kAXErrorCannotComplete);
+}
+
+AtspiCacheItem item(const std::string& path, const std::string& parent, int32_t index,
+                    int32_t childCount) {
+    AtspiCacheItem made;
+    made.object = {":1.5", path};
+    made.parent = {":1.5", parent};
+    made.indexInParent = index;
+    made.childCount = childCount;
+    made.name = path;
+    return made;
+}
+
+TEST(AtspiCacheIndexTest, ChildrenAreOrderedByTheirIndex) {
+    AtspiCacheIndex index(":1.5", {item("/c", "/p", 2, 0), item("/p", "/root", 0, 3),
+                                   item("/a", "/p", 0, 0), item("/b", "/p", 1, 0)});
+    auto children = index.children({":1.5", "/p"});
+    ASSERT_TRUE(children);
+    ASSERT_EQ(children->size(), 3u);
+    EXPECT_EQ((*children)[0].path, "/a");
+    EXPECT_EQ((*children)[1].path, "/b");
+    EXPECT_EQ((*children)[2].path, "/c");
+    EXPECT_EQ(index.children({":1.5", "/a"}), std::vector<AtspiAddress>{});
+    ASSERT_NE(index.find({":1.5", "/b"}), nullptr);
+    EXPECT_EQ(index.find({":1.5", "/b"})->name, "/b");
+    EXPECT_EQ(index.find({":1.6", "/b"}), nullptr);
+    EXPECT_EQ(index.find({":1.5", "/missing"}), nullptr);
+}
+
+TEST(AtspiCacheIndexTest, IncompleteChildListsAreUnknown) {
+    // A child missing from the cache.
+    AtspiCacheIndex missing(":1.5", {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0)});
+    EXPECT_FALSE(missing.children({":1.5", "/p"}));
+    // An index given twice, or one the toolkit does not tell (-1).
+    AtspiCacheIndex twice(
+        ":1.5", {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0), item("/b", "/p", 0, 0)});
+    EXPECT_FALSE(twice.children({":1.5", "/p"}));
+    AtspiCacheIndex untold(
+        ":1.5", {item("/p", "/root", 0, 2), item("/a", "/p", 0, 0), item("/b", "/p", -1, 0)});
+    EXPECT_FALSE(untold.children({":1.5", "/p"}));
+    // An object whose children the cache does not follow (a GTK menu: -1).
+    AtspiCacheIndex menu(":1.5", {item("/m", "/root", 0, -1), item("/i", "/m", -1, 0)});
+    EXPECT_FALSE(menu.children({":1.5", "/m"}));
+    // More children name it than it counts.
+    AtspiCacheIndex extra(
+        ":1.5", {item("/p", "/root", 0, 1), item("/a", "/p", 0, 0), item("/b", "/p", 1, 0)});
+    EXPECT_FALSE(extra.children({":1.5", "/p"}));
+}
+
+}  // namespace
+}  // namespace velmora::native::freedesktop

@@ -15,6 +15,7 @@
 
 #include "core/driver/MockDriver.h"
 #include "core/model/Json.h"
+#include "tests/support/Elements.h"
 
 namespace velmora {
 namespace {
@@ -33,23 +34,8 @@ std::chrono::system_clock::time_point fixedDate() {
     return system_clock::time_point(sys_days{year{2026} / November / 16} + 3h + 4min + 5s);
 }
 
-ElementInfo element(std::string role, std::optional<std::string> title,
-                    std::optional<std::string> identifier, std::optional<std::string> value,
-                    std::optional<Rect> frame) {
-    ElementInfo info;
-    info.role = std::move(role);
-    info.title = std::move(title);
-    info.identifier = std::move(identifier);
-    info.valuePresent = value.has_value();
-    info.value = std::move(value);
-    info.frame = frame;
-    return info;
-}
-
-ElementInfo withoutValue(ElementInfo info) {
-    info.value.reset();
-    return info;
-}
+using testing::element;
+using testing::withoutValue;
 
 const ElementInfo kWindow =
     element("AXWindow", "Document", std::nullopt, std::nullopt, Rect{0, 0, 800, 600});

@@ -1,4 +1,5 @@
 #include "core/driver/MockDriver.h"
+#include "tests/support/Elements.h"
 
 #include <gtest/gtest.h>
 
@@ -15,24 +16,8 @@ namespace {
 
 using Calls = std::vector<MockDriver::Call>;
 
-ElementInfo element(std::string role, std::optional<std::string> title = std::nullopt,
-                    std::optional<std::string> identifier = std::nullopt,
-                    std::optional<std::string> value = std::nullopt,
-                    std::optional<Rect> frame = std::nullopt) {
-    ElementInfo info;
-    info.role = std::move(role);
-    info.title = std::move(title);
-    info.identifier = std::move(identifier);
-    info.valuePresent = value.has_value();
-    info.value = std::move(value);
-    info.frame = frame;
-    return info;
-}
-
-ElementInfo withoutValue(ElementInfo info) {
-    info.value.reset();
-    return info;
-}
+using testing::element;
+using testing::withoutValue;
 
 ElementSelector selectorWith(std::optional<std::string> role, std::optional<std::string> title,
                              std::optional<std::string> identifier = std::nullopt,

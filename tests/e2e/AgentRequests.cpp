@@ -26,7 +26,7 @@ std::chrono::steady_clock::time_point deadlineIn(double seconds) {
                std::chrono::duration<double>(seconds));
 }
 
-void pause(double seconds) {
+void sleepFor(double seconds) {
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 
@@ -116,7 +116,7 @@ bool assertEventually(const std::string& target, const Json& selector, const Jso
         if (passed || pastDeadline(deadline)) {
             return passed;
         }
-        pause(0.1);
+        sleepFor(0.1);
     }
 }
 
@@ -151,7 +151,7 @@ std::optional<Rect> settledFrame(const std::string& target, const Json& selector
         if (unchanged >= 2) {
             return frame;
         }
-        pause(0.1);
+        sleepFor(0.1);
     }
     return std::nullopt;
 }

@@ -208,7 +208,7 @@ TEST(AtspiRecordTest, OffScreenUnsupportedAndFailedExtents) {
     EXPECT_EQ(sizeAnswer(offScreen).code, kAXErrorNoValue);
 
     AtspiRecord noComponent = recordOf(ATSPI_ROLE_APPLICATION, {"org.a11y.atspi.Application"});
-    noComponent.extents.answer({1, 2, 3, 4});  // asked ahead of the interfaces: unused
+    noComponent.extents.answer({1, 2, 3, 4});  // whatever came back: unused
     EXPECT_EQ(positionAnswer(noComponent).code, kAXErrorAttributeUnsupported);
     EXPECT_EQ(sizeAnswer(noComponent).code, kAXErrorAttributeUnsupported);
 

@@ -398,6 +398,8 @@ TEST_F(AtspiSnapshotTest, TheFirstReadSendsEverythingTheWalkWillReadOfTheElement
     EXPECT_EQ(application->count(AtspiCall::interfaces, kRoot), 1);
     EXPECT_EQ(application->count(AtspiCall::states, kRoot), 1);
     EXPECT_EQ(application->count(AtspiCall::children, kRoot), 1);
+    // Extents only for what has a Component, which the application has not.
+    EXPECT_EQ(application->count(AtspiCall::extents, kRoot), 0);
     EXPECT_EQ(application->waits, 1);
     // Its children were asked for ahead, before the walk reads them.
     EXPECT_EQ(application->count(AtspiCall::role, "/w"), 1);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <deque>
 #include <map>
 #include <optional>
 #include <utility>
@@ -66,6 +67,7 @@ struct Stream {
     std::map<std::vector<int32_t>, std::shared_ptr<Node>> frontier;  // known, not asked for
     Cache cache = Cache::notAsked;
     std::shared_ptr<const AtspiCacheIndex> index;
+    std::deque<std::weak_ptr<Node>> inFlight;  // asked for ahead, in the order asked
 };
 
 class Snapshot : public std::enable_shared_from_this<Snapshot> {
@@ -90,6 +92,7 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     }
 
     void visit(Node& node);
+    std::shared_ptr<Node> batchHorizon(Stream* stream);
     void topUp(Stream& stream);
     void askCache(Stream& stream);
     void waitForCache(Stream* stream);
@@ -114,6 +117,7 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     AtspiSnapshotTuning tuning_;
     std::vector<std::unique_ptr<Stream>> streams_;
     bool cacheOffered_ = true;  // until the application says otherwise
+    uint64_t visits_ = 0;
     bool toppingUp_ = false;
 };
 
@@ -190,16 +194,44 @@ AttributeRead Snapshot::read(const std::shared_ptr<Node>& node, int attribute) {
         if (node->stream != nullptr) {
             topUp(*node->stream);
         }
-        // Take in what has arrived, so that the next requests go out early.
-        transport_->pump(false);
+        // Now and then, send what is queued and take in what has arrived, so that
+        // the application always has work while the walk reads what is ready.
+        if (++visits_ % tuning_.pumpEvery == 0) {
+            transport_->pump(false);
+        }
     }
-    while (!ready(*node)) {
-        if (!transport_->pump(true)) {
-            break;  // nothing in flight: what is missing stays missing
+    if (!ready(*node)) {
+        // The walk has caught up with the application. Rather than wake for every
+        // answer, wait until a batch of the elements asked for ahead is in too: the
+        // application answers in order and has more queued, so it never idles.
+        std::shared_ptr<Node> horizon = batchHorizon(node->stream);
+        while (!ready(*node) || (horizon && !ready(*horizon))) {
+            if (!transport_->pump(true)) {
+                break;  // nothing in flight: what is missing stays missing
+            }
         }
     }
     ++node->served[attribute];
     return answer(node, attribute);
+}
+
+std::shared_ptr<Node> Snapshot::batchHorizon(Stream* stream) {
+    if (stream == nullptr) {
+        return nullptr;
+    }
+    auto& inFlight = stream->inFlight;
+    while (!inFlight.empty()) {
+        auto front = inFlight.front().lock();
+        if (front && !ready(*front)) {
+            break;
+        }
+        inFlight.pop_front();
+    }
+    if (inFlight.empty()) {
+        return nullptr;
+    }
+    const size_t last = std::min<size_t>(inFlight.size(), tuning_.waitForBatch) - 1;
+    return inFlight[last].lock();
 }
 
 void Snapshot::visit(Node& node) {
@@ -241,6 +273,7 @@ void Snapshot::topUp(Stream& stream) {
         }
         node->prefetched = true;
         ++stream.ahead;
+        stream.inFlight.push_back(node);
         request(node);
     }
     toppingUp_ = false;
@@ -305,11 +338,6 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
         askFact(node, &AtspiRecord::states, AtspiCall::states);
     }
     askFact(node, &AtspiRecord::accessibleId, AtspiCall::accessibleId);
-    // Without the cache the interfaces are not known yet: ask for the extents at once
-    // anyway (an object without Component answers with an error, which goes unused).
-    if (item == nullptr || hasInterface(record, kAtspiComponentInterface)) {
-        askFact(node, &AtspiRecord::extents, AtspiCall::extents);
-    }
     if (!record.children.known()) {
         record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
         ask(node, AtspiRequest{AtspiCall::children, node->address},
@@ -399,6 +427,13 @@ void Snapshot::advance(const std::shared_ptr<Node>& node) {
                     }
                 });
         }
+    }
+
+    // Only objects with a Component have extents (asking others makes toolkits
+    // complain), so the extents wait for the interfaces.
+    if (record.extents.state == Fetched<AtspiExtents>::State::unasked &&
+        hasInterface(record, kAtspiComponentInterface)) {
+        askFact(node, &AtspiRecord::extents, AtspiCall::extents);
     }
 
     switch (valueSource(record)) {

@@ -54,6 +54,8 @@ struct AtspiSnapshotTuning {
     int maxLookAhead = 128;  // kMaxLookAhead
     int cacheAfter = 32;     // elements read in a stream before it asks the cache
     int deepest = 60;        // the deepest level below the application fetched ahead
+    int pumpEvery = 8;       // elements read between sending and taking in answers
+    int waitForBatch = 16;   // elements asked for ahead that one wait lets come in
 };
 
 // The application element of a new snapshot; nothing is sent before a read.

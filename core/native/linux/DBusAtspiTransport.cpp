@@ -1,14 +1,20 @@
 #include "core/native/linux/DBusAtspiTransport.h"
 
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
-#include <unordered_map>
+#include <limits>
+#include <string_view>
 #include <vector>
 
 #include <dbus/dbus.h>
+
+#include "core/native/linux/DBusMessageReader.h"
+#include "core/native/linux/DBusMethodCall.h"
 
 namespace velmora::native::freedesktop {
 
@@ -22,139 +28,102 @@ constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 constexpr const char* kCachePath = "/org/a11y/atspi/cache";
 constexpr uint32_t kScreenCoordinates = 0;  // ATSPI_COORD_TYPE_SCREEN
 
-DBusMessage* methodCall(const char* destination, const std::string& path, const char* interface,
-                        const char* member) {
-    return dbus_message_new_method_call(destination, path.c_str(), interface, member);
-}
-
-DBusMessage* propertyCall(const char* destination, const std::string& path, const char* interface,
-                          const char* property) {
-    DBusMessage* message = methodCall(destination, path, kPropertiesInterface, "Get");
-    if (message != nullptr) {
-        dbus_message_append_args(message, DBUS_TYPE_STRING, &interface, DBUS_TYPE_STRING, &property,
-                                 DBUS_TYPE_INVALID);
-    }
-    return message;
-}
-
-DBusMessage* messageFor(const AtspiRequest& request, const char* destination) {
-    const std::string& path = request.target.path;
+// The method call that answers a request.
+DBusMethodCall callFor(const AtspiRequest& request, std::string_view destination) {
+    DBusMethodCall call;
+    call.destination = destination;
+    call.path = request.target.path;
+    call.interface = kAccessibleInterface;
+    auto property = [&](const char* interface, const char* name) {
+        call.interface = kPropertiesInterface;
+        call.member = "Get";
+        call.arguments = {DBusArgument::ofString(interface), DBusArgument::ofString(name)};
+    };
     switch (request.call) {
         case AtspiCall::role:
-            return methodCall(destination, path, kAccessibleInterface, "GetRole");
+            call.member = "GetRole";
+            break;
         case AtspiCall::name:
-            return propertyCall(destination, path, kAccessibleInterface, "Name");
+            property(kAccessibleInterface, "Name");
+            break;
         case AtspiCall::accessibleId:
-            return propertyCall(destination, path, kAccessibleInterface, "AccessibleId");
+            property(kAccessibleInterface, "AccessibleId");
+            break;
         case AtspiCall::interfaces:
-            return methodCall(destination, path, kAccessibleInterface, "GetInterfaces");
+            call.member = "GetInterfaces";
+            break;
         case AtspiCall::states:
-            return methodCall(destination, path, kAccessibleInterface, "GetState");
+            call.member = "GetState";
+            break;
         case AtspiCall::children:
-            return methodCall(destination, path, kAccessibleInterface, "GetChildren");
+            call.member = "GetChildren";
+            break;
         case AtspiCall::childCount:
-            return propertyCall(destination, path, kAccessibleInterface, "ChildCount");
-        case AtspiCall::childAtIndex: {
-            DBusMessage* message =
-                methodCall(destination, path, kAccessibleInterface, "GetChildAtIndex");
-            if (message != nullptr) {
-                dbus_int32_t index = request.first;
-                dbus_message_append_args(message, DBUS_TYPE_INT32, &index, DBUS_TYPE_INVALID);
-            }
-            return message;
-        }
-        case AtspiCall::extents: {
-            DBusMessage* message =
-                methodCall(destination, path, kAtspiComponentInterface, "GetExtents");
-            if (message != nullptr) {
-                dbus_uint32_t coordinates = kScreenCoordinates;
-                dbus_message_append_args(message, DBUS_TYPE_UINT32, &coordinates,
-                                         DBUS_TYPE_INVALID);
-            }
-            return message;
-        }
+            property(kAccessibleInterface, "ChildCount");
+            break;
+        case AtspiCall::childAtIndex:
+            call.member = "GetChildAtIndex";
+            call.arguments = {DBusArgument::ofInt32(request.first)};
+            break;
+        case AtspiCall::extents:
+            call.interface = kAtspiComponentInterface;
+            call.member = "GetExtents";
+            call.arguments = {DBusArgument::ofUint32(kScreenCoordinates)};
+            break;
         case AtspiCall::currentValue:
-            return propertyCall(destination, path, kAtspiValueInterface, "CurrentValue");
+            property(kAtspiValueInterface, "CurrentValue");
+            break;
         case AtspiCall::characterCount:
-            return propertyCall(destination, path, kAtspiTextInterface, "CharacterCount");
-        case AtspiCall::text: {
-            DBusMessage* message = methodCall(destination, path, kAtspiTextInterface, "GetText");
-            if (message != nullptr) {
-                dbus_int32_t start = request.first;
-                dbus_int32_t end = request.second;
-                dbus_message_append_args(message, DBUS_TYPE_INT32, &start, DBUS_TYPE_INT32, &end,
-                                         DBUS_TYPE_INVALID);
-            }
-            return message;
-        }
+            property(kAtspiTextInterface, "CharacterCount");
+            break;
+        case AtspiCall::text:
+            call.interface = kAtspiTextInterface;
+            call.member = "GetText";
+            call.arguments = {DBusArgument::ofInt32(request.first),
+                              DBusArgument::ofInt32(request.second)};
+            break;
         case AtspiCall::cacheItems:
-            return methodCall(destination, kCachePath, "org.a11y.atspi.Cache", "GetItems");
+            call.path = kCachePath;
+            call.interface = "org.a11y.atspi.Cache";
+            call.member = "GetItems";
+            break;
     }
-    return nullptr;
+    return call;
 }
 
-// Readers of reply arguments: each checks the type it expects and moves on.
+// Readers of answer bodies: each reads one value of the type it expects.
 
-bool readString(DBusMessageIter* it, std::string& out) {
-    if (dbus_message_iter_get_arg_type(it) != DBUS_TYPE_STRING &&
-        dbus_message_iter_get_arg_type(it) != DBUS_TYPE_OBJECT_PATH) {
+bool readAddress(DBusBodyReader& reader, AtspiAddress& out) {
+    std::string_view busName;
+    std::string_view path;
+    if (!reader.beginStruct() || !reader.string(busName) || !reader.objectPath(path)) {
         return false;
     }
-    const char* value = nullptr;
-    dbus_message_iter_get_basic(it, &value);
-    out = value != nullptr ? value : "";
-    dbus_message_iter_next(it);
-    return true;
-}
-
-template <typename T>
-bool readBasic(DBusMessageIter* it, int type, T& out) {
-    if (dbus_message_iter_get_arg_type(it) != type) {
-        return false;
-    }
-    dbus_message_iter_get_basic(it, &out);
-    dbus_message_iter_next(it);
-    return true;
-}
-
-bool readAddress(DBusMessageIter* it, AtspiAddress& out) {
-    if (dbus_message_iter_get_arg_type(it) != DBUS_TYPE_STRUCT) {
-        return false;
-    }
-    DBusMessageIter fields;
-    dbus_message_iter_recurse(it, &fields);
-    if (dbus_message_iter_get_arg_type(&fields) != DBUS_TYPE_STRING ||
-        !readString(&fields, out.busName) ||
-        dbus_message_iter_get_arg_type(&fields) != DBUS_TYPE_OBJECT_PATH ||
-        !readString(&fields, out.path)) {
-        return false;
-    }
-    dbus_message_iter_next(it);
+    out.busName.assign(busName);
+    out.path.assign(path);
     return true;
 }
 
 template <typename ReadOne>
-bool readArray(DBusMessageIter* it, ReadOne readOne) {
-    if (dbus_message_iter_get_arg_type(it) != DBUS_TYPE_ARRAY) {
+bool readArray(DBusBodyReader& reader, size_t elementAlignment, ReadOne readOne) {
+    size_t end = 0;
+    if (!reader.beginArray(elementAlignment, end)) {
         return false;
     }
-    DBusMessageIter elements;
-    dbus_message_iter_recurse(it, &elements);
-    while (dbus_message_iter_get_arg_type(&elements) != DBUS_TYPE_INVALID) {
-        if (!readOne(&elements)) {
+    while (reader.more(end)) {
+        if (!readOne()) {
             return false;
         }
     }
-    dbus_message_iter_next(it);
-    return true;
+    return reader.ok();
 }
 
-bool readStates(DBusMessageIter* it, AtspiStateBits& out) {
+bool readStates(DBusBodyReader& reader, AtspiStateBits& out) {
     size_t word = 0;
     out = {};
-    return readArray(it, [&](DBusMessageIter* element) {
-        dbus_uint32_t bits = 0;
-        if (!readBasic(element, DBUS_TYPE_UINT32, bits)) {
+    return readArray(reader, 4, [&] {
+        uint32_t bits = 0;
+        if (!reader.uint32(bits)) {
             return false;
         }
         if (word < out.size()) {
@@ -165,132 +134,109 @@ bool readStates(DBusMessageIter* it, AtspiStateBits& out) {
     });
 }
 
-bool readStrings(DBusMessageIter* it, std::vector<std::string>& out) {
-    return readArray(it, [&](DBusMessageIter* element) {
-        std::string value;
-        if (!readString(element, value)) {
+bool readStrings(DBusBodyReader& reader, std::vector<std::string>& out) {
+    return readArray(reader, 4, [&] {
+        std::string_view value;
+        if (!reader.string(value)) {
             return false;
         }
-        out.push_back(std::move(value));
+        out.emplace_back(value);
         return true;
     });
 }
 
-bool readCacheItem(DBusMessageIter* it, AtspiCacheItem& item) {
-    if (dbus_message_iter_get_arg_type(it) != DBUS_TYPE_STRUCT) {
-        return false;
-    }
-    DBusMessageIter fields;
-    dbus_message_iter_recurse(it, &fields);
+// One (object, application, parent, index, child count, interfaces, name, role,
+// description, states) item of Cache.GetItems.
+bool readCacheItem(DBusBodyReader& reader, AtspiCacheItem& item) {
     AtspiAddress application;
-    dbus_int32_t index = 0;
-    dbus_int32_t count = 0;
-    dbus_uint32_t role = 0;
-    std::string description;
-    if (!readAddress(&fields, item.object) || !readAddress(&fields, application) ||
-        !readAddress(&fields, item.parent) || !readBasic(&fields, DBUS_TYPE_INT32, index) ||
-        !readBasic(&fields, DBUS_TYPE_INT32, count) || !readStrings(&fields, item.interfaces) ||
-        !readString(&fields, item.name) || !readBasic(&fields, DBUS_TYPE_UINT32, role) ||
-        !readString(&fields, description) || !readStates(&fields, item.states)) {
+    std::string_view name;
+    std::string_view description;
+    if (!reader.beginStruct() || !readAddress(reader, item.object) ||
+        !readAddress(reader, application) || !readAddress(reader, item.parent) ||
+        !reader.int32(item.indexInParent) || !reader.int32(item.childCount) ||
+        !readStrings(reader, item.interfaces) || !reader.string(name) ||
+        !reader.uint32(item.role) || !reader.string(description) ||
+        !readStates(reader, item.states)) {
         return false;
     }
-    item.indexInParent = index;
-    item.childCount = count;
-    item.role = role;
-    dbus_message_iter_next(it);
+    item.name.assign(name);
     return true;
 }
 
-// A property's value, inside the variant that Properties.Get answers.
-bool openVariant(DBusMessageIter* it, DBusMessageIter* inner) {
-    if (dbus_message_iter_get_arg_type(it) != DBUS_TYPE_VARIANT) {
-        return false;
-    }
-    dbus_message_iter_recurse(it, inner);
-    return true;
-}
-
-AtspiReply parseReply(AtspiCall call, DBusMessage* message) {
+// What a method return answers, read by the type the call returns; a failure for
+// an error, a malformed message or a body of another type.
+AtspiReply parseReply(AtspiCall call, const DBusMessageView& message) {
     AtspiReply reply;
-    if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_METHOD_RETURN) {
+    if (message.type != DBusMessageView::methodReturn) {
         return AtspiReply::failure();
     }
-    DBusMessageIter it;
-    if (!dbus_message_iter_init(message, &it)) {
-        return AtspiReply::failure();
-    }
-    DBusMessageIter value;
+    DBusBodyReader reader(message.body, message.bigEndian);
+    const std::string_view signature = message.signature;
+    std::string_view type;
+    std::string_view text;
     bool ok = false;
     switch (call) {
         case AtspiCall::role:
-            ok = readBasic(&it, DBUS_TYPE_UINT32, reply.number);
+            ok = signature == "u" && reader.uint32(reply.number);
             break;
         case AtspiCall::name:
         case AtspiCall::accessibleId:
-            ok = openVariant(&it, &value) &&
-                 dbus_message_iter_get_arg_type(&value) == DBUS_TYPE_STRING &&
-                 readString(&value, reply.text);
+            ok =
+                signature == "v" && reader.beginVariant(type) && type == "s" && reader.string(text);
+            reply.text.assign(text);
             break;
         case AtspiCall::childCount:
-        case AtspiCall::characterCount: {
-            dbus_int32_t integer = 0;
-            ok = openVariant(&it, &value) && readBasic(&value, DBUS_TYPE_INT32, integer);
-            reply.integer = integer;
+        case AtspiCall::characterCount:
+            ok = signature == "v" && reader.beginVariant(type) && type == "i" &&
+                 reader.int32(reply.integer);
             break;
-        }
         case AtspiCall::currentValue:
-            ok = openVariant(&it, &value) && readBasic(&value, DBUS_TYPE_DOUBLE, reply.real);
+            ok = signature == "v" && reader.beginVariant(type) && type == "d" &&
+                 reader.float64(reply.real);
             break;
         case AtspiCall::interfaces:
-            ok = readStrings(&it, reply.strings);
+            ok = signature == "as" && readStrings(reader, reply.strings);
             break;
         case AtspiCall::states:
-            ok = readStates(&it, reply.states);
+            ok = signature == "au" && readStates(reader, reply.states);
             break;
         case AtspiCall::children:
-            ok = readArray(&it, [&](DBusMessageIter* element) {
-                AtspiAddress address;
-                if (!readAddress(element, address)) {
-                    return false;
-                }
-                reply.references.push_back(std::move(address));
-                return true;
-            });
+            ok = signature == "a(so)" && readArray(reader, 8, [&] {
+                     AtspiAddress address;
+                     if (!readAddress(reader, address)) {
+                         return false;
+                     }
+                     reply.references.push_back(std::move(address));
+                     return true;
+                 });
             break;
         case AtspiCall::childAtIndex: {
             AtspiAddress address;
-            ok = readAddress(&it, address);
+            ok = signature == "(so)" && readAddress(reader, address);
             reply.references.push_back(std::move(address));
             break;
         }
-        case AtspiCall::extents: {
-            if (dbus_message_iter_get_arg_type(&it) != DBUS_TYPE_STRUCT) {
-                break;
-            }
-            DBusMessageIter fields;
-            dbus_message_iter_recurse(&it, &fields);
-            ok = readBasic(&fields, DBUS_TYPE_INT32, reply.extents.x) &&
-                 readBasic(&fields, DBUS_TYPE_INT32, reply.extents.y) &&
-                 readBasic(&fields, DBUS_TYPE_INT32, reply.extents.width) &&
-                 readBasic(&fields, DBUS_TYPE_INT32, reply.extents.height);
+        case AtspiCall::extents:
+            ok = signature == "(iiii)" && reader.beginStruct() && reader.int32(reply.extents.x) &&
+                 reader.int32(reply.extents.y) && reader.int32(reply.extents.width) &&
+                 reader.int32(reply.extents.height);
             break;
-        }
         case AtspiCall::text:
-            ok = dbus_message_iter_get_arg_type(&it) == DBUS_TYPE_STRING &&
-                 readString(&it, reply.text);
+            ok = signature == "s" && reader.string(text);
+            reply.text.assign(text);
             break;
         case AtspiCall::cacheItems:
-            ok = readArray(&it, [&](DBusMessageIter* element) {
-                AtspiCacheItem item;
-                if (!readCacheItem(element, item)) {
-                    return false;
-                }
-                reply.items.push_back(std::move(item));
-                return true;
-            });
+            ok = signature == "a((so)(so)(so)iiassusau)" && readArray(reader, 8, [&] {
+                     AtspiCacheItem item;
+                     if (!readCacheItem(reader, item)) {
+                         return false;
+                     }
+                     reply.items.push_back(std::move(item));
+                     return true;
+                 });
             break;
     }
-    if (!ok) {
+    if (!ok || !reader.atEnd()) {
         return AtspiReply::failure();
     }
     reply.ok = true;
@@ -372,10 +318,20 @@ struct DBusAtspiTransport::Pending {
     Clock::time_point deadline;
 };
 
+// One connection. Once libdbus has opened and authenticated it, this transport
+// does all its reading and writing: libdbus would read at most 2 KiB per system
+// call and build a queue entry per message.
 struct DBusAtspiTransport::Link {
-    DBusConnection* connection = nullptr;
+    DBusConnection* connection = nullptr;  // kept open; libdbus no longer reads it
+    int socket = -1;
     bool direct = false;
-    std::unordered_map<uint32_t, Pending> pending;
+    bool lost = false;
+    uint32_t nextSerial = uint32_t{1} << 30;  // clear of the serials libdbus used
+    std::map<uint32_t, Pending> pending;      // by serial: the oldest first
+    std::string output;                       // marshalled requests not written yet
+    size_t written = 0;
+    std::string input;  // read, not yet taken apart into messages
+    size_t parsed = 0;
 
     ~Link() {
         if (connection != nullptr) {
@@ -385,9 +341,63 @@ struct DBusAtspiTransport::Link {
     }
 };
 
+namespace {
+
+DBusAtspiTransport::Statistics& totals() {
+    static DBusAtspiTransport::Statistics statistics;
+    return statistics;
+}
+
+// Drives a fresh connection through authentication and drops whatever libdbus
+// has read by then (nothing that answers this transport's requests), so that the
+// socket can be read and written directly from here on.
+bool authenticate(DBusConnection* connection, double timeoutSeconds) {
+    const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
+                                             std::chrono::duration<double>(timeoutSeconds));
+    while (!dbus_connection_get_is_authenticated(connection)) {
+        if (!dbus_connection_get_is_connected(connection) || Clock::now() > deadline) {
+            return false;
+        }
+        dbus_connection_read_write(connection, 50);
+    }
+    dbus_connection_flush(connection);
+    while (DBusMessage* early = dbus_connection_pop_message(connection)) {
+        dbus_message_unref(early);
+    }
+    return dbus_connection_get_is_connected(connection);
+}
+
+constexpr size_t kReadChunk = 64 * 1024;
+// With this many requests unanswered the application is busy for a while yet;
+// a blocked reader then pauses this long after the first answer arrives.
+constexpr size_t kLongQueue = 64;
+constexpr long kBatchPauseNs = 200 * 1000;
+
+}  // namespace
+
+const DBusAtspiTransport::Statistics& DBusAtspiTransport::processStatistics() {
+    return totals();
+}
+
 DBusAtspiTransport::DBusAtspiTransport(double timeoutSeconds) : timeoutSeconds_(timeoutSeconds) {}
 
 DBusAtspiTransport::~DBusAtspiTransport() = default;
+
+DBusAtspiTransport::Link* DBusAtspiTransport::adopt(DBusConnection* connection, bool direct) {
+    int socket = -1;
+    if (!authenticate(connection, timeoutSeconds_) ||
+        !dbus_connection_get_socket(connection, &socket)) {
+        dbus_connection_close(connection);
+        dbus_connection_unref(connection);
+        return nullptr;
+    }
+    links_.push_back(std::make_unique<Link>());
+    Link* link = links_.back().get();
+    link->connection = connection;
+    link->socket = socket;
+    link->direct = direct;
+    return link;
+}
 
 DBusAtspiTransport::Link* DBusAtspiTransport::busLink() {
     if (!busTried_) {
@@ -395,99 +405,160 @@ DBusAtspiTransport::Link* DBusAtspiTransport::busLink() {
         const int timeoutMs = static_cast<int>(timeoutSeconds_ * 1000);
         if (auto address = accessibilityBusAddress(timeoutMs)) {
             if (DBusConnection* connection = openPrivate(*address, true)) {
-                bus_ = std::make_unique<Link>();
-                bus_->connection = connection;
+                bus_ = adopt(connection, false);
             }
         }
     }
-    return bus_.get();
+    return bus_ != nullptr && !bus_->lost ? bus_ : nullptr;
 }
 
-std::optional<std::string> DBusAtspiTransport::peerAddress(const std::string& busName) {
-    Link* bus = busLink();
-    if (bus == nullptr) {
-        return std::nullopt;
+void DBusAtspiTransport::connect(const std::string& busName) {
+    if (peers_.count(busName) != 0) {
+        Link* peer = peers_[busName];
+        if (peer == nullptr || !peer->lost) {
+            return;
+        }
     }
-    return callForString(
-        bus->connection,
-        dbus_message_new_method_call(busName.c_str(), kRootPath, "org.a11y.atspi.Application",
-                                     "GetApplicationBusAddress"),
-        static_cast<int>(timeoutSeconds_ * 1000));
+    Link* peer = nullptr;
+    if (Link* bus = busLink()) {
+        DBusMethodCall call;
+        call.serial = bus->nextSerial++;
+        call.destination = busName;
+        call.path = kRootPath;
+        call.interface = "org.a11y.atspi.Application";
+        call.member = "GetApplicationBusAddress";
+        std::optional<std::string> address;
+        bool answered = false;
+        queue(*bus, call, AtspiCall::text, [&](const AtspiReply& reply) {
+            answered = true;
+            if (reply.ok) {
+                address = reply.text;
+            }
+        });
+        while (!answered && pump(true)) {
+        }
+        if (address && !address->empty()) {
+            if (DBusConnection* connection = openPrivate(*address, false)) {
+                peer = adopt(connection, true);
+            }
+        }
+    }
+    peers_[busName] = peer;
 }
 
 DBusAtspiTransport::Link* DBusAtspiTransport::linkFor(const std::string& busName) {
     auto known = peers_.find(busName);
-    if (known == peers_.end()) {
-        std::unique_ptr<Link> peer;
-        if (auto address = peerAddress(busName); address && !address->empty()) {
-            if (DBusConnection* connection = openPrivate(*address, false)) {
-                peer = std::make_unique<Link>();
-                peer->connection = connection;
-                peer->direct = true;
-            }
-        }
-        known = peers_.emplace(busName, std::move(peer)).first;
+    if (known != peers_.end() && known->second != nullptr && !known->second->lost) {
+        return known->second;
     }
-    if (known->second != nullptr) {
-        if (dbus_connection_get_is_connected(known->second->connection)) {
-            return known->second.get();
-        }
-        // The application closed the direct connection: fall back to the bus. The
-        // link itself is kept until the end, as a pump may be holding it.
-        for (auto& [serial, pending] : known->second->pending) {
-            refused_.push_back(std::move(pending.handler));
-        }
-        known->second->pending.clear();
-        retired_.push_back(std::move(known->second));
-    }
+    // No direct connection (none offered, not asked for, or closed): over the bus.
     return busLink();
+}
+
+void DBusAtspiTransport::queue(Link& link, const DBusMethodCall& call, AtspiCall parseAs,
+                               AtspiReplyHandler handler) {
+    // Written in batches at the next pump: one system call for many requests.
+    appendMethodCall(link.output, call);
+    const auto limit =
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeoutSeconds_));
+    link.pending.emplace(call.serial, Pending{parseAs, std::move(handler), Clock::now() + limit});
 }
 
 void DBusAtspiTransport::send(const AtspiRequest& request, AtspiReplyHandler handler) {
     Link* link = linkFor(request.target.busName);
-    DBusMessage* message = nullptr;
-    if (link != nullptr) {
-        message = messageFor(request, link->direct ? nullptr : request.target.busName.c_str());
-    }
-    dbus_uint32_t serial = 0;
-    if (message == nullptr || !dbus_connection_send(link->connection, message, &serial)) {
-        if (message != nullptr) {
-            dbus_message_unref(message);
-        }
+    if (link == nullptr) {
         refused_.push_back(std::move(handler));
         return;
     }
-    dbus_message_unref(message);
-    ++statistics_.requests;
-    if (link->direct) {
-        ++statistics_.directRequests;
+    if (!link->direct && !isValidBusName(request.target.busName)) {
+        // Not a name the bus could route to (a toolkit's placeholder): sending it
+        // would make the bus drop the connection.
+        refused_.push_back(std::move(handler));
+        return;
     }
-    const auto limit =
-        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeoutSeconds_));
-    link->pending.emplace(serial, Pending{request.call, std::move(handler), Clock::now() + limit});
+    DBusMethodCall call =
+        callFor(request, link->direct ? std::string_view() : request.target.busName);
+    call.serial = link->nextSerial++;
+    queue(*link, call, request.call, std::move(handler));
+    ++totals().requests;
+    if (link->direct) {
+        ++totals().directRequests;
+    }
+}
+
+void DBusAtspiTransport::flush(Link& link) {
+    while (link.written < link.output.size()) {
+        ssize_t sent = ::send(link.socket, link.output.data() + link.written,
+                              link.output.size() - link.written, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent > 0) {
+            link.written += static_cast<size_t>(sent);
+            ++totals().writes;
+        } else if (sent < 0 && errno == EINTR) {
+            continue;
+        } else if (sent < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+            return;  // the application is behind: the rest goes when it can take it
+        } else {
+            link.lost = true;
+            return;
+        }
+    }
+    link.output.clear();
+    link.written = 0;
 }
 
 int DBusAtspiTransport::deliverArrived(Link& link) {
-    int delivered = 0;
-    // Read what the socket holds (and write what is queued) without blocking, then
-    // hand out every complete message.
-    dbus_connection_read_write(link.connection, 0);
-    while (DBusMessage* message = dbus_connection_pop_message(link.connection)) {
-        const uint32_t serial = dbus_message_get_reply_serial(message);
-        auto found = serial != 0 ? link.pending.find(serial) : link.pending.end();
-        if (found != link.pending.end()) {
-            Pending pending = std::move(found->second);
-            link.pending.erase(found);
-            AtspiReply reply = parseReply(pending.call, message);
-            dbus_message_unref(message);
-            pending.handler(reply);
-            ++delivered;
+    // Take in everything the socket holds.
+    readBuffer_.resize(kReadChunk);
+    while (true) {
+        ssize_t got = ::recv(link.socket, readBuffer_.data(), readBuffer_.size(), MSG_DONTWAIT);
+        if (got > 0) {
+            link.input.append(readBuffer_.data(), static_cast<size_t>(got));
+            ++totals().reads;
+            if (static_cast<size_t>(got) < readBuffer_.size()) {
+                break;
+            }
+        } else if (got < 0 && errno == EINTR) {
+            continue;
         } else {
-            dbus_message_unref(message);  // a signal, or an answer nobody waits for
+            if (got == 0 || (errno != EAGAIN && errno != EWOULDBLOCK)) {
+                link.lost = true;  // closed by the application, or broken
+            }
+            break;
         }
-        if (dbus_connection_get_dispatch_status(link.connection) == DBUS_DISPATCH_COMPLETE) {
-            dbus_connection_read_write(link.connection, 0);
+    }
+
+    // Hand out every complete message.
+    int delivered = 0;
+    while (true) {
+        const std::string_view rest = std::string_view(link.input).substr(link.parsed);
+        const int64_t length = dbusMessageLength(rest);
+        if (length < 0) {
+            link.lost = true;  // not D-Bus: nothing more on this connection can be trusted
+            break;
         }
+        if (length == 0 || static_cast<size_t>(length) > rest.size()) {
+            break;  // the rest has not arrived yet
+        }
+        link.parsed += static_cast<size_t>(length);
+        const auto message = readDBusMessage(rest.substr(0, static_cast<size_t>(length)));
+        if (!message || !message->replySerial) {
+            continue;  // a signal, or a message that answers nothing readable
+        }
+        auto found = link.pending.find(*message->replySerial);
+        if (found == link.pending.end()) {
+            continue;  // an answer nobody waits for any more
+        }
+        Pending pending = std::move(found->second);
+        link.pending.erase(found);
+        pending.handler(parseReply(pending.call, *message));
+        ++delivered;
+    }
+    if (link.parsed == link.input.size()) {
+        link.input.clear();
+        link.parsed = 0;
+    } else if (link.parsed > kReadChunk) {
+        link.input.erase(0, link.parsed);
+        link.parsed = 0;
     }
     return delivered;
 }
@@ -495,25 +566,15 @@ int DBusAtspiTransport::deliverArrived(Link& link) {
 int DBusAtspiTransport::expire() {
     const auto now = Clock::now();
     std::vector<AtspiReplyHandler> expired;
-    auto collect = [&](Link* link) {
-        if (link == nullptr) {
-            return;
+    for (auto& link : links_) {
+        // Every request has the same time limit, so the oldest expires first.
+        while (!link->pending.empty() &&
+               (link->lost || link->pending.begin()->second.deadline <= now)) {
+            expired.push_back(std::move(link->pending.begin()->second.handler));
+            link->pending.erase(link->pending.begin());
         }
-        for (auto it = link->pending.begin(); it != link->pending.end();) {
-            bool lost = !dbus_connection_get_is_connected(link->connection);
-            if (lost || it->second.deadline <= now) {
-                expired.push_back(std::move(it->second.handler));
-                it = link->pending.erase(it);
-            } else {
-                ++it;
-            }
-        }
-    };
-    collect(bus_.get());
-    for (auto& [name, peer] : peers_) {
-        collect(peer.get());
     }
-    statistics_.unanswered += expired.size();
+    totals().unanswered += expired.size();
     for (auto& handler : expired) {
         handler(AtspiReply::failure());
     }
@@ -530,45 +591,50 @@ bool DBusAtspiTransport::pump(bool wait) {
     }
 
     while (true) {
-        std::vector<Link*> busy;
-        if (bus_ && !bus_->pending.empty()) {
-            busy.push_back(bus_.get());
-        }
-        for (auto& [name, peer] : peers_) {
-            if (peer && !peer->pending.empty()) {
-                busy.push_back(peer.get());
+        bool outstanding = false;
+        for (size_t i = 0; i < links_.size(); ++i) {  // handlers may open links
+            Link& link = *links_[i];
+            if (link.pending.empty() || link.lost) {
+                continue;
             }
-        }
-        for (Link* link : busy) {
-            delivered += deliverArrived(*link);
+            flush(link);
+            delivered += deliverArrived(link);
+            outstanding = outstanding || !link.pending.empty();
         }
         delivered += expire();
-        if (delivered > 0 || !wait || busy.empty()) {
+        if (delivered > 0 || !wait || !outstanding) {
             return delivered > 0;
         }
 
-        // Block until a connection can be read (or written), or the first deadline.
+        // Block until an answer can be read (or more requests written), or until
+        // the oldest request's time is up.
         auto deadline = Clock::time_point::max();
         std::vector<pollfd> descriptors;
-        for (Link* link : busy) {
-            int fd = -1;
-            if (!dbus_connection_get_unix_fd(link->connection, &fd)) {
+        size_t waiting = 0;
+        for (auto& link : links_) {
+            if (link->pending.empty() || link->lost) {
                 continue;
             }
+            waiting += link->pending.size();
             short events = POLLIN;
-            if (dbus_connection_has_messages_to_send(link->connection)) {
+            if (link->written < link->output.size()) {
                 events |= POLLOUT;
             }
-            descriptors.push_back(pollfd{fd, events, 0});
-            for (const auto& [serial, pending] : link->pending) {
-                deadline = std::min(deadline, pending.deadline);
-            }
+            descriptors.push_back(pollfd{link->socket, events, 0});
+            deadline = std::min(deadline, link->pending.begin()->second.deadline);
         }
         const auto started = Clock::now();
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - started);
         const int timeoutMs = static_cast<int>(std::clamp<int64_t>(left.count() + 1, 0, 60000));
-        poll(descriptors.data(), descriptors.size(), timeoutMs);
-        statistics_.waitingSeconds += std::chrono::duration<double>(Clock::now() - started).count();
+        if (poll(descriptors.data(), descriptors.size(), timeoutMs) > 0 && waiting >= kLongQueue) {
+            // The application has a long queue of requests before it: rather than
+            // wake for each answer it writes, let a batch of them come in. It does
+            // not idle meanwhile, so nothing is lost but switches between processes.
+            timespec pause{0, kBatchPauseNs};
+            nanosleep(&pause, nullptr);
+        }
+        ++totals().blockingWaits;
+        totals().waitingSeconds += std::chrono::duration<double>(Clock::now() - started).count();
     }
 }
 

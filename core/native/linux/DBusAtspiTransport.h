@@ -8,15 +8,21 @@
 #include <vector>
 
 #include "core/native/linux/AtspiCalls.h"
+#include "core/native/linux/DBusMethodCall.h"
 
 // The AT-SPI transport over libdbus, for the pipelined reader.
 //
-// Requests to an application go over a direct (peer-to-peer) connection to it
-// when it offers one (Application.GetApplicationBusAddress, asked once per
-// application over the accessibility bus), so that neither the bus daemon's
-// routing nor its round trip is paid; otherwise over a private connection to the
-// accessibility bus. Both connections are this transport's own, apart from the
-// one libatspi keeps, so that answers are never taken from under it.
+// libdbus opens and authenticates the connections and checks every answer
+// (dbus_message_demarshal); the transport itself writes and reads the sockets.
+// Requests are marshalled here (DBusMethodCall.h) and written in batches, one
+// system call for everything queued since the last pump, and answers are read
+// 64 KiB at a time - where libdbus would build, check and write each message on
+// its own, and read at most 2 KiB per system call. Requests to an application go over a direct
+// (peer-to-peer) connection to it when it offers one (Application.GetApplicationBusAddress, asked
+// once per application over the accessibility bus), so that neither the bus daemon's routing nor
+// its round trip is paid; otherwise over a private connection to the accessibility bus. Both
+// connections are this transport's own, apart from the one libatspi keeps, so that answers are
+// never taken from under it.
 //
 // The accessibility bus is found as libatspi finds it: AT_SPI_BUS_ADDRESS, else
 // the session bus's org.a11y.Bus. A request that is not answered within the time
@@ -35,35 +41,48 @@ class DBusAtspiTransport final : public AtspiTransport {
     DBusAtspiTransport(const DBusAtspiTransport&) = delete;
     DBusAtspiTransport& operator=(const DBusAtspiTransport&) = delete;
 
+    // Opens the direct connection to the application with this bus name when it
+    // offers one (once; again after it closed). Blocks for the answer, calling the
+    // handlers of other answers that come meanwhile: call it before reading the
+    // application's elements, never from a handler. Requests to an application
+    // without a direct connection go over the bus.
+    void connect(const std::string& busName);
+
     void send(const AtspiRequest& request, AtspiReplyHandler handler) override;
     bool pump(bool wait) override;
 
-    // What the transport did, for measurements.
+    // What every transport of this process did, for measurements.
     struct Statistics {
         uint64_t requests = 0;        // method calls sent (application lookups excluded)
         uint64_t directRequests = 0;  // of these, over a direct connection
+        uint64_t writes = 0;          // system calls that wrote requests
+        uint64_t reads = 0;           // system calls that read answers
+        uint64_t blockingWaits = 0;   // times the reader blocked for answers
         uint64_t unanswered = 0;      // timed out, or the connection was lost
         double waitingSeconds = 0;    // blocked waiting for answers
     };
-    const Statistics& statistics() const { return statistics_; }
+    static const Statistics& processStatistics();
 
   private:
     struct Pending;
     struct Link;
 
+    Link* adopt(DBusConnection* connection, bool direct);
     Link* linkFor(const std::string& busName);
     Link* busLink();
-    std::optional<std::string> peerAddress(const std::string& busName);
+    void queue(Link& link, const DBusMethodCall& call, AtspiCall parseAs,
+               AtspiReplyHandler handler);
+    void flush(Link& link);
     int deliverArrived(Link& link);
     int expire();
 
     double timeoutSeconds_;
-    std::unique_ptr<Link> bus_;
+    std::vector<std::unique_ptr<Link>> links_;  // every connection, kept to the end
+    Link* bus_ = nullptr;
     bool busTried_ = false;
-    std::map<std::string, std::unique_ptr<Link>> peers_;  // null: the application has none
-    std::vector<std::unique_ptr<Link>> retired_;
+    std::map<std::string, Link*> peers_;      // null: the application offers none
     std::vector<AtspiReplyHandler> refused_;  // not sent: answered with a failure
-    Statistics statistics_;
+    std::vector<char> readBuffer_;
 };
 
 }  // namespace velmora::native::freedesktop

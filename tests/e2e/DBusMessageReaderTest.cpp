@@ -1,0 +1,271 @@
+// The pipelined reader's own reading of D-Bus answers, against messages that
+// libdbus writes, and against malformed ones it must refuse.
+
+#include <gtest/gtest.h>
+
+#include <dbus/dbus.h>
+
+#include <functional>
+
+#include "core/native/linux/DBusMessageReader.h"
+
+namespace velmora::native::freedesktop {
+namespace {
+
+// A method return to serial 41 whose body `append` writes, marshalled by libdbus.
+std::string methodReturn(const std::function<void(DBusMessageIter*)>& append) {
+    DBusMessage* message = dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN);
+    dbus_message_set_reply_serial(message, 41);
+    dbus_message_set_serial(message, 5);
+    DBusMessageIter iter;
+    dbus_message_iter_init_append(message, &iter);
+    append(&iter);
+    char* bytes = nullptr;
+    int length = 0;
+    EXPECT_TRUE(dbus_message_marshal(message, &bytes, &length));
+    std::string marshalled(bytes, static_cast<size_t>(length));
+    dbus_free(bytes);
+    dbus_message_unref(message);
+    return marshalled;
+}
+
+void appendString(DBusMessageIter* iter, const char* text) {
+    dbus_message_iter_append_basic(iter, DBUS_TYPE_STRING, &text);
+}
+
+TEST(DBusMessageReaderTest, LengthIsKnownFromTheFixedHeader) {
+    const std::string message =
+        methodReturn([](DBusMessageIter* iter) { appendString(iter, "x"); });
+    EXPECT_EQ(dbusMessageLength(message), static_cast<int64_t>(message.size()));
+    EXPECT_EQ(dbusMessageLength(std::string_view(message).substr(0, 15)), 0);
+    EXPECT_EQ(dbusMessageLength(std::string_view(message).substr(0, 16)),
+              static_cast<int64_t>(message.size()));
+    EXPECT_EQ(dbusMessageLength(message + "trailing"), static_cast<int64_t>(message.size()));
+    std::string wrongEndianness = message;
+    wrongEndianness[0] = 'x';
+    EXPECT_EQ(dbusMessageLength(wrongEndianness), -1);
+    std::string wrongVersion = message;
+    wrongVersion[3] = 2;
+    EXPECT_EQ(dbusMessageLength(wrongVersion), -1);
+}
+
+TEST(DBusMessageReaderTest, AReturnIsRoutedByItsReplySerial) {
+    const std::string bytes = methodReturn([](DBusMessageIter* iter) {
+        dbus_uint32_t role = 29;
+        dbus_message_iter_append_basic(iter, DBUS_TYPE_UINT32, &role);
+    });
+    auto message = readDBusMessage(bytes);
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->type, DBusMessageView::methodReturn);
+    EXPECT_EQ(message->replySerial, 41u);
+    EXPECT_EQ(message->signature, "u");
+    DBusBodyReader reader(message->body, message->bigEndian);
+    uint32_t role = 0;
+    ASSERT_TRUE(reader.uint32(role));
+    EXPECT_EQ(role, 29u);
+    EXPECT_TRUE(reader.atEnd());
+}
+
+TEST(DBusMessageReaderTest, VariantsStringsAndNumbers) {
+    const std::string bytes = methodReturn([](DBusMessageIter* iter) {
+        DBusMessageIter variant;
+        dbus_message_iter_open_container(iter, DBUS_TYPE_VARIANT, "d", &variant);
+        double value = -12.75;
+        dbus_message_iter_append_basic(&variant, DBUS_TYPE_DOUBLE, &value);
+        dbus_message_iter_close_container(iter, &variant);
+        appendString(iter, "Grüße 😀");
+        dbus_int32_t negative = -5;
+        dbus_message_iter_append_basic(iter, DBUS_TYPE_INT32, &negative);
+        const char* path = "/org/a11y/atspi/accessible/7";
+        dbus_message_iter_append_basic(iter, DBUS_TYPE_OBJECT_PATH, &path);
+    });
+    auto message = readDBusMessage(bytes);
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->signature, "vsio");
+    DBusBodyReader reader(message->body, message->bigEndian);
+    std::string_view type;
+    double value = 0;
+    std::string_view text;
+    int32_t negative = 0;
+    std::string_view path;
+    ASSERT_TRUE(reader.beginVariant(type));
+    EXPECT_EQ(type, "d");
+    ASSERT_TRUE(reader.float64(value));
+    EXPECT_EQ(value, -12.75);
+    ASSERT_TRUE(reader.string(text));
+    EXPECT_EQ(text, "Grüße 😀");
+    ASSERT_TRUE(reader.int32(negative));
+    EXPECT_EQ(negative, -5);
+    ASSERT_TRUE(reader.objectPath(path));
+    EXPECT_EQ(path, "/org/a11y/atspi/accessible/7");
+    EXPECT_TRUE(reader.atEnd());
+}
+
+TEST(DBusMessageReaderTest, ArraysOfStructsIncludingEmptyOnes) {
+    const std::string bytes = methodReturn([](DBusMessageIter* iter) {
+        DBusMessageIter array;
+        dbus_message_iter_open_container(iter, DBUS_TYPE_ARRAY, "(so)", &array);
+        for (const char* path : {"/a", "/org/a11y/atspi/null"}) {
+            DBusMessageIter reference;
+            dbus_message_iter_open_container(&array, DBUS_TYPE_STRUCT, nullptr, &reference);
+            appendString(&reference, ":1.9");
+            dbus_message_iter_append_basic(&reference, DBUS_TYPE_OBJECT_PATH, &path);
+            dbus_message_iter_close_container(&array, &reference);
+        }
+        dbus_message_iter_close_container(iter, &array);
+        DBusMessageIter empty;
+        dbus_message_iter_open_container(iter, DBUS_TYPE_ARRAY, "(so)", &empty);
+        dbus_message_iter_close_container(iter, &empty);
+        dbus_uint32_t after = 7;
+        dbus_message_iter_append_basic(iter, DBUS_TYPE_UINT32, &after);
+    });
+    auto message = readDBusMessage(bytes);
+    ASSERT_TRUE(message);
+    DBusBodyReader reader(message->body, message->bigEndian);
+    std::vector<std::string> paths;
+    for (int array = 0; array < 2; ++array) {
+        size_t end = 0;
+        ASSERT_TRUE(reader.beginArray(8, end));
+        while (reader.more(end)) {
+            std::string_view name;
+            std::string_view path;
+            ASSERT_TRUE(reader.beginStruct() && reader.string(name) && reader.objectPath(path));
+            EXPECT_EQ(name, ":1.9");
+            paths.emplace_back(path);
+        }
+    }
+    uint32_t after = 0;
+    ASSERT_TRUE(reader.uint32(after));
+    EXPECT_EQ(after, 7u);
+    EXPECT_TRUE(reader.atEnd());
+    EXPECT_EQ(paths, (std::vector<std::string>{"/a", "/org/a11y/atspi/null"}));
+}
+
+TEST(DBusMessageReaderTest, ErrorsAndSignalsAreReadToo) {
+    DBusMessage* call = dbus_message_new_method_call(":1.1", "/p", "org.example.I", "M");
+    dbus_message_set_serial(call, 77);
+    DBusMessage* error = dbus_message_new_error(call, "org.example.Error.Failed", "no");
+    dbus_message_set_serial(error, 3);
+    char* bytes = nullptr;
+    int length = 0;
+    ASSERT_TRUE(dbus_message_marshal(error, &bytes, &length));
+    auto read = readDBusMessage(std::string_view(bytes, static_cast<size_t>(length)));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->type, DBusMessageView::error);
+    EXPECT_EQ(read->replySerial, 77u);
+    dbus_free(bytes);
+    dbus_message_unref(error);
+    dbus_message_unref(call);
+
+    DBusMessage* signal = dbus_message_new_signal("/org/a11y/atspi/accessible/root",
+                                                  "org.a11y.atspi.Event.Object", "StateChanged");
+    dbus_message_set_serial(signal, 9);
+    ASSERT_TRUE(dbus_message_marshal(signal, &bytes, &length));
+    read = readDBusMessage(std::string_view(bytes, static_cast<size_t>(length)));
+    ASSERT_TRUE(read);
+    EXPECT_EQ(read->type, DBusMessageView::signal);
+    EXPECT_FALSE(read->replySerial);
+    dbus_free(bytes);
+    dbus_message_unref(signal);
+}
+
+TEST(DBusMessageReaderTest, BigEndianMessages) {
+    // A method return answering serial 0x01020304 with the body (u) 0x0A0B0C0D, by hand.
+    std::string bytes = {'B', 2, 0, 1, 0, 0, 0, 4, 0, 0, 0, 1, 0, 0, 0, 0};
+    std::string fields;
+    fields += std::string{5, 1, 'u', 0, 1, 2, 3, 4};  // reply serial
+    fields += std::string{8, 1, 'g', 0, 1, 'u', 0};   // signature "u"
+    bytes[15] = static_cast<char>(fields.size());     // up to the end of the last field
+    fields += std::string(1, '\0');                   // then padding to the body
+    bytes += fields;
+    bytes += std::string{0x0A, 0x0B, 0x0C, 0x0D};
+    auto message = readDBusMessage(bytes);
+    ASSERT_TRUE(message);
+    EXPECT_TRUE(message->bigEndian);
+    EXPECT_EQ(message->replySerial, 0x01020304u);
+    DBusBodyReader reader(message->body, true);
+    uint32_t value = 0;
+    ASSERT_TRUE(reader.uint32(value));
+    EXPECT_EQ(value, 0x0A0B0C0Du);
+}
+
+TEST(DBusMessageReaderTest, MalformedMessagesAreRefused) {
+    const std::string good = methodReturn([](DBusMessageIter* iter) { appendString(iter, "ok"); });
+    ASSERT_TRUE(readDBusMessage(good));
+    // Not the length its header says.
+    EXPECT_FALSE(readDBusMessage(good.substr(0, good.size() - 1)));
+    EXPECT_FALSE(readDBusMessage(good + "x"));
+    // A header field array running past the header.
+    std::string longFields = good;
+    longFields[12] = static_cast<char>(longFields[12] + 8);
+    EXPECT_FALSE(readDBusMessage(longFields.substr(
+        0, static_cast<size_t>(std::max<int64_t>(0, dbusMessageLength(longFields))))));
+    // A return without the serial it answers.
+    std::string noSerial = good;
+    const size_t serialField = noSerial.find(std::string{5, 1, 'u', 0});
+    ASSERT_NE(serialField, std::string::npos);
+    noSerial[serialField] = 1;  // now a "path" field of type u, which no path has
+    EXPECT_FALSE(readDBusMessage(noSerial));
+}
+
+TEST(DBusMessageReaderTest, BodiesAreCheckedAsTheyAreRead) {
+    // A string whose length runs past the body.
+    std::string body = {5, 0, 0, 0, 'a', 'b', 0};
+    DBusBodyReader tooLong(body, false);
+    std::string_view text;
+    EXPECT_FALSE(tooLong.string(text));
+    EXPECT_FALSE(tooLong.ok());
+    // A string without its nul, and one with a nul inside.
+    std::string unterminated = {2, 0, 0, 0, 'a', 'b', 'c'};
+    EXPECT_FALSE(DBusBodyReader(unterminated, false).string(text));
+    std::string embedded = {3, 0, 0, 0, 'a', 0, 'c', 0};
+    EXPECT_FALSE(DBusBodyReader(embedded, false).string(text));
+    // Invalid UTF-8 (an overlong slash).
+    std::string overlong = {2, 0, 0, 0, '\xC0', '\xAF', 0};
+    EXPECT_FALSE(DBusBodyReader(overlong, false).string(text));
+    // An object path that is not one.
+    std::string badPath = {4, 0, 0, 0, '/', 'a', '/', '/', 0};
+    EXPECT_FALSE(DBusBodyReader(badPath, false).objectPath(text));
+    // Non-zero padding before an aligned value.
+    std::string padding = {'x', 1, 0, 0, 0, 0, 0, 0, 42, 0, 0, 0};
+    DBusBodyReader padded(padding, false);
+    uint8_t first = 0;
+    uint32_t second = 0;
+    ASSERT_TRUE(padded.byte(first));
+    EXPECT_FALSE(padded.uint32(second));
+    // A read past the end leaves the reader failed for good.
+    DBusBodyReader empty(std::string_view(), false);
+    EXPECT_FALSE(empty.uint32(second));
+    EXPECT_FALSE(empty.ok());
+    EXPECT_FALSE(empty.atEnd());
+}
+
+TEST(DBusMessageReaderTest, Validators) {
+    EXPECT_TRUE(isValidUtf8("plain"));
+    EXPECT_TRUE(isValidUtf8("€ 世界 😀"));
+    EXPECT_FALSE(isValidUtf8(std::string_view("\xED\xA0\x80", 3)));      // a surrogate
+    EXPECT_FALSE(isValidUtf8(std::string_view("\xF4\x90\x80\x80", 4)));  // past U+10FFFF
+    EXPECT_FALSE(isValidUtf8(std::string_view("\xE2\x82", 2)));          // cut short
+    EXPECT_FALSE(isValidUtf8(std::string_view("a\0b", 3)));
+
+    EXPECT_TRUE(isValidObjectPath("/"));
+    EXPECT_TRUE(isValidObjectPath("/org/a11y/atspi/accessible/1_2"));
+    EXPECT_FALSE(isValidObjectPath(""));
+    EXPECT_FALSE(isValidObjectPath("org"));
+    EXPECT_FALSE(isValidObjectPath("/org/"));
+    EXPECT_FALSE(isValidObjectPath("/org//a11y"));
+    EXPECT_FALSE(isValidObjectPath("/org/a-b"));
+
+    EXPECT_TRUE(isValidBusName(":1.42"));
+    EXPECT_TRUE(isValidBusName("org.a11y.atspi.Registry"));
+    EXPECT_TRUE(isValidBusName("org.example-name._x"));
+    EXPECT_FALSE(isValidBusName(""));
+    EXPECT_FALSE(isValidBusName("org"));
+    EXPECT_FALSE(isValidBusName("org..a11y"));
+    EXPECT_FALSE(isValidBusName("org.1digit"));
+    EXPECT_FALSE(isValidBusName(":1."));
+    EXPECT_FALSE(isValidBusName("org.a11y/atspi"));
+}
+
+}  // namespace
+}  // namespace velmora::native::freedesktop

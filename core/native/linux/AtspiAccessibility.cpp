@@ -1,9 +1,13 @@
 #include "core/native/linux/AtspiAccessibility.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 #include <atspi/atspi.h>
 
+#include "core/native/linux/AtspiSnapshot.h"
+#include "core/native/linux/DBusAtspiTransport.h"
 #include "core/native/linux/GLibLogging.h"
 #include "core/native/linux/RoleNames.h"
 #include "core/native/linux/X11Connection.h"
@@ -269,6 +273,19 @@ AttributeRead readWindows(AtspiAccessible* object) {
 
 }  // namespace
 
+AtspiReads atspiReadsFromEnvironment() {
+    const char* sync = std::getenv("VELMORA_ATSPI_SYNC");
+    return sync != nullptr && std::strcmp(sync, "1") == 0 ? AtspiReads::oneAtATime
+                                                          : AtspiReads::pipelined;
+}
+
+AtspiAccessibility::AtspiAccessibility(AtspiReads reads) : reads_(reads) {}
+
+AtspiAccessibility::~AtspiAccessibility() {
+    std::lock_guard lock(atspiMutex());
+    transport_.reset();
+}
+
 AXElement AtspiAccessibility::applicationElement(int32_t processId) {
     std::lock_guard lock(atspiMutex());
     if (!connected()) {
@@ -287,6 +304,15 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
         }
         guint owner = atspi_accessible_get_process_id(application, error.out());
         if (!error.failed() && static_cast<int64_t>(owner) == processId) {
+            if (reads_ == AtspiReads::pipelined && application->parent.app != nullptr) {
+                AtspiAddress address{application->parent.app->bus_name, application->parent.path};
+                g_object_unref(application);
+                if (!transport_) {
+                    transport_ = std::make_shared<DBusAtspiTransport>();
+                }
+                transport_->connect(address.busName);
+                return openAtspiSnapshot(transport_, std::move(address));
+            }
             return std::make_shared<AtspiElement>(application, kAXErrorCannotComplete);
         }
         error.out();
@@ -296,6 +322,10 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
 }
 
 AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const std::string& name) {
+    if (isSnapshotElement(element)) {
+        std::lock_guard lock(atspiMutex());
+        return readSnapshotElement(element, name);
+    }
     const auto* atspiElement = dynamic_cast<const AtspiElement*>(element.get());
     if (atspiElement == nullptr) {
         return AttributeRead::failure(kAXErrorFailure);

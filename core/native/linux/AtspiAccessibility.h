@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "core/native/Platform.h"
@@ -26,12 +27,30 @@
 // a missing value with kAXErrorNoValue. Reads never succeed with null.
 //
 // The AT-SPI connection is made on first use: constructing needs no bus.
+//
+// Reads reach the applications in one of two ways, with the same results:
+// pipelined (the default), where the elements of an application element belong
+// to a snapshot that asks ahead for what a tree walk reads, many requests in
+// flight at once (AtspiSnapshot.h); or one synchronous libatspi call per read.
+// VELMORA_ATSPI_SYNC=1 in the environment selects the second for the platform
+// that makeSystemPlatform builds.
 
 namespace velmora::native::freedesktop {
 
+class DBusAtspiTransport;
+
+enum class AtspiReads {
+    pipelined,
+    oneAtATime,
+};
+
+// oneAtATime when VELMORA_ATSPI_SYNC is 1, else pipelined.
+AtspiReads atspiReadsFromEnvironment();
+
 class AtspiAccessibility {
   public:
-    AtspiAccessibility() = default;
+    explicit AtspiAccessibility(AtspiReads reads = AtspiReads::pipelined);
+    ~AtspiAccessibility();
 
     // The application on the accessibility desktop whose process id is
     // `processId`. When there is none (or the bus is unreachable) the element
@@ -40,6 +59,10 @@ class AtspiAccessibility {
     AttributeRead copyAttribute(const AXElement& element, const std::string& name);
     // Whether the accessibility bus answers: its registry lists the desktop.
     bool isReachable();
+
+  private:
+    AtspiReads reads_;
+    std::shared_ptr<DBusAtspiTransport> transport_;  // pipelined reads, made on first use
 };
 
 }  // namespace velmora::native::freedesktop

@@ -35,7 +35,10 @@ SyntheticEvent* syntheticEvent(InputEvent& event) {
 
 }  // namespace
 
-LinuxPlatform::LinuxPlatform() : workspace_(x11_), input_(x11_) {}
+LinuxPlatform::LinuxPlatform() : LinuxPlatform(atspiReadsFromEnvironment()) {}
+
+LinuxPlatform::LinuxPlatform(AtspiReads reads)
+    : accessibility_(reads), workspace_(x11_), input_(x11_) {}
 
 LinuxPlatform::~LinuxPlatform() = default;
 

@@ -19,7 +19,9 @@ namespace velmora::native::freedesktop {
 // are connected on first use.
 class LinuxPlatform final : public Platform {
   public:
+    // Accessibility reads as atspiReadsFromEnvironment() says.
     LinuxPlatform();
+    explicit LinuxPlatform(AtspiReads reads);
     ~LinuxPlatform() override;
 
     AXElement applicationElement(int32_t processId) override;

@@ -1,0 +1,219 @@
+// The pipelined accessibility reader against the one-call-at-a-time reader, on
+// the desktop of scripts/desktop: the native driver's query without selector
+// (every element, in order) and its structural state must be the same whichever
+// reader answers, on velmora-fixture-tree and on real GTK applications.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+
+#include "core/native/AXCGDriver.h"
+#include "core/native/linux/LinuxPlatform.h"
+#include "tests/e2e/DesktopSupport.h"
+
+extern char** environ;
+
+namespace velmora::e2e {
+namespace {
+
+using native::AXCGDriver;
+using native::freedesktop::AtspiReads;
+using native::freedesktop::LinuxPlatform;
+
+constexpr int64_t kNodeBudget = 3000;  // as the agent builds its driver
+constexpr const char* kFixtureId = "velmora-fixture-tree";
+
+// velmora-fixture-tree with a given number of elements, ended (by its process id)
+// when destroyed.
+class Fixture {
+  public:
+    explicit Fixture(long elements) {
+        int out[2];
+        if (pipe2(out, O_CLOEXEC) != 0) {
+            return;
+        }
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+        const std::string count = std::to_string(elements);
+        std::vector<char*> arguments = {const_cast<char*>(VELMORA_FIXTURE_TREE_PATH),
+                                        const_cast<char*>("--elements"),
+                                        const_cast<char*>(count.c_str()), nullptr};
+        pid_t child = 0;
+        const int spawned = posix_spawn(&child, VELMORA_FIXTURE_TREE_PATH, &actions, nullptr,
+                                        arguments.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        close(out[1]);
+        if (spawned != 0) {
+            close(out[0]);
+            return;
+        }
+        processId_ = child;
+        // It prints "ready N" once its tree is complete.
+        std::string said;
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (said.find('\n') == std::string::npos &&
+               std::chrono::steady_clock::now() < deadline) {
+            pollfd readable{out[0], POLLIN, 0};
+            if (poll(&readable, 1, 200) > 0) {
+                char buffer[64];
+                const ssize_t got = read(out[0], buffer, sizeof buffer);
+                if (got <= 0) {
+                    break;
+                }
+                said.append(buffer, static_cast<size_t>(got));
+            }
+        }
+        close(out[0]);
+        ready_ = said == "ready " + count + "\n";
+    }
+    ~Fixture() {
+        if (processId_ > 0) {
+            kill(processId_, SIGTERM);
+            waitpid(processId_, nullptr, 0);
+        }
+    }
+    Fixture(const Fixture&) = delete;
+    Fixture& operator=(const Fixture&) = delete;
+
+    int32_t processId() const { return processId_; }
+    bool ready() const { return ready_; }
+
+  private:
+    int32_t processId_ = 0;
+    bool ready_ = false;
+};
+
+class SnapshotEquality : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!onDesktop()) {
+            GTEST_FAIL() << kNeedsDesktop;
+        }
+        pipelined = std::make_unique<LinuxPlatform>(AtspiReads::pipelined);
+        oneAtATime = std::make_unique<LinuxPlatform>(AtspiReads::oneAtATime);
+        launched = std::make_unique<LaunchedApplications>(*oneAtATime);
+    }
+    void TearDown() override { launched.reset(); }
+
+    // Waits until the application runs under `id` with a window the window
+    // manager has placed (its frame stays put).
+    bool settled(const std::string& id, int32_t processId) {
+        std::optional<Rect> last;
+        int unchanged = 0;
+        return waitUntil(
+            [&] {
+                auto running = oneAtATime->runningApplications(id);
+                if (std::none_of(running.begin(), running.end(),
+                                 [&](const auto& app) { return app.processId == processId; })) {
+                    return false;
+                }
+                auto windows = elementsAttribute(
+                    *oneAtATime, oneAtATime->applicationElement(processId), "AXWindows");
+                auto frame = windows.empty() ? std::nullopt : frameOf(*oneAtATime, windows[0]);
+                unchanged = frame && frame == last ? unchanged + 1 : 0;
+                last = frame;
+                return unchanged >= 6;
+            },
+            30);
+    }
+
+    // The query and the structural state through both readers, in turn, twice
+    // over for the fast one, so that a difference is the readers' and not the
+    // application's changing in between.
+    void expectSameSnapshots(const std::string& id, size_t expectedElements) {
+        AXCGDriver fast(*pipelined, kNodeBudget, 1.5);
+        AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+        const auto before = fast.query(id, std::nullopt, true);
+        const auto reference = slow.query(id, std::nullopt, true);
+        const auto after = fast.query(id, std::nullopt, true);
+        ASSERT_EQ(before, after) << "the application changed between the queries";
+        ASSERT_EQ(reference.size(), expectedElements);
+        ASSERT_EQ(before.size(), reference.size());
+        for (size_t i = 0; i < reference.size(); ++i) {
+            ASSERT_EQ(before[i], reference[i]) << "element " << i << " of " << reference.size();
+        }
+        const auto fastState = fast.structuralState(id);
+        const auto slowState = slow.structuralState(id);
+        EXPECT_EQ(fastState, slowState);
+        EXPECT_EQ(fastState.elementCount, static_cast<int64_t>(expectedElements));
+        // Without values, and through a selector, as the router asks.
+        EXPECT_EQ(fast.query(id, std::nullopt, false), slow.query(id, std::nullopt, false));
+        ElementSelector buttons;
+        buttons.role = "AXButton";
+        EXPECT_EQ(fast.query(id, buttons, true), slow.query(id, buttons, true));
+    }
+
+    size_t count(const std::vector<ElementInfo>& elements,
+                 const std::function<bool(const ElementInfo&)>& matches) {
+        return static_cast<size_t>(std::count_if(elements.begin(), elements.end(), matches));
+    }
+
+    std::unique_ptr<LinuxPlatform> pipelined;
+    std::unique_ptr<LinuxPlatform> oneAtATime;
+    std::unique_ptr<LaunchedApplications> launched;
+};
+
+TEST_F(SnapshotEquality, FixtureLargerThanTheBudget) {
+    Fixture fixture(3500);
+    ASSERT_TRUE(fixture.ready());
+    ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
+    // The budget ends the walk inside the first window: the windows pass adds nothing.
+    expectSameSnapshots(kFixtureId, kNodeBudget);
+
+    // What was compared holds every kind of value and frame.
+    AXCGDriver fast(*pipelined, kNodeBudget, 1.5);
+    const auto elements = fast.query(kFixtureId, std::nullopt, true);
+    EXPECT_GT(
+        count(elements,
+              [](const auto& e) { return e.role == "AXCheckBox" && e.valuePresent && !e.value; }),
+        0u);  // a number
+    EXPECT_GT(count(elements, [](const auto& e) { return e.role == "AXTextField" && e.value; }),
+              0u);
+    EXPECT_GT(count(elements, [](const auto& e) { return e.role == "AXTextArea" && e.value; }), 0u);
+    EXPECT_GT(count(elements, [](const auto& e) { return e.role == "AXSlider" && e.valuePresent; }),
+              0u);
+    EXPECT_GT(count(elements, [](const auto& e) { return e.role == "AXComboBox"; }), 0u);
+    EXPECT_GT(count(elements, [](const auto& e) { return e.identifier.has_value(); }), 0u);
+    // Rows scrolled out of sight have no frame; those in sight have one.
+    EXPECT_GT(count(elements, [](const auto& e) { return e.frame.has_value(); }), 50u);
+    EXPECT_GT(count(elements, [](const auto& e) { return !e.frame.has_value(); }), 1000u);
+}
+
+TEST_F(SnapshotEquality, FixtureWalkedTwiceThroughItsWindows) {
+    Fixture fixture(400);
+    ASSERT_TRUE(fixture.ready());
+    ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
+    // The application element, its window's subtree, then the window again.
+    expectSameSnapshots(kFixtureId, 1 + 2 * 399);
+}
+
+TEST_F(SnapshotEquality, Galculator) {
+    const int32_t processId = launched->launch("galculator");
+    ASSERT_NE(processId, 0);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    const size_t elements = slow.query("galculator", std::nullopt, true).size();
+    ASSERT_GT(elements, 50u);
+    expectSameSnapshots("galculator", elements);
+}
+
+TEST_F(SnapshotEquality, Mousepad) {
+    const int32_t processId = launched->launch("org.xfce.mousepad");
+    ASSERT_NE(processId, 0);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    const size_t elements = slow.query("org.xfce.mousepad", std::nullopt, true).size();
+    ASSERT_GT(elements, 100u);
+    expectSameSnapshots("org.xfce.mousepad", elements);
+}
+
+}  // namespace
+}  // namespace velmora::e2e

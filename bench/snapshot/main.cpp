@@ -1,0 +1,649 @@
+// velmora-bench-snapshot: how long the agent's query without selector takes per
+// element, next to a baseline that reads the same attributes one synchronous
+// libatspi call at a time, on velmora-fixture-tree at several sizes and on real
+// applications; and where the time goes: the agent's own CPU time, the
+// application's, the accessibility bus daemon's, and the agent's waiting.
+//
+//   velmora-bench-snapshot [--sizes 300,1000,3000] [--apps org.xfce.mousepad,galculator]
+//                          [--seconds S] [--readers agent,baseline]
+//
+// It needs a desktop: run it through bench/snapshot/run, or as
+// scripts/desktop BUILD/bench/snapshot/velmora-bench-snapshot. Each measurement
+// repeats the query until it has taken at least S seconds (default 2) and at
+// least 3 times, after one unmeasured query. --readers agent (or baseline)
+// measures one reader alone, for profiling. The exit status is 0 when the agent
+// and the baseline read the same elements everywhere, 1 when not, 69 without a
+// desktop or when a target does not start.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <fstream>
+#include <functional>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/snapshot/BaselineReader.h"
+#include "core/native/AXCGDriver.h"
+#include "core/native/linux/DBusAtspiTransport.h"
+#include "core/native/linux/LinuxPlatform.h"
+
+extern char** environ;
+
+namespace velmora::bench {
+namespace {
+
+using native::AXCGDriver;
+using native::freedesktop::AtspiReads;
+using native::freedesktop::DBusAtspiTransport;
+using native::freedesktop::LinuxPlatform;
+
+constexpr int64_t kNodeBudget = 3000;  // as the agent's entry point fixes it
+constexpr const char* kFixtureId = "velmora-fixture-tree";
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+double ownCpu() {
+    timespec spent{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &spent);
+    return static_cast<double>(spent.tv_sec) + static_cast<double>(spent.tv_nsec) * 1e-9;
+}
+
+// A process's scheduling totals over all its threads, in seconds: time on a CPU,
+// and time runnable but waiting for one (the machine being busy elsewhere).
+struct Scheduling {
+    double running = 0;
+    double queued = 0;
+};
+
+Scheduling schedulingOf(int32_t processId) {
+    Scheduling total;
+    if (processId <= 0) {
+        return total;
+    }
+    const std::string tasks = "/proc/" + std::to_string(processId) + "/task";
+    if (DIR* directory = opendir(tasks.c_str())) {
+        while (dirent* entry = readdir(directory)) {
+            if (entry->d_name[0] == '.') {
+                continue;
+            }
+            std::ifstream stat(tasks + "/" + entry->d_name + "/schedstat");
+            double running = 0;
+            double queued = 0;
+            if (stat >> running >> queued) {
+                total.running += running * 1e-9;
+                total.queued += queued * 1e-9;
+            }
+        }
+        closedir(directory);
+    }
+    return total;
+}
+
+std::string commandLine(int32_t processId) {
+    std::ifstream file("/proc/" + std::to_string(processId) + "/cmdline", std::ios::binary);
+    std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    std::replace(line.begin(), line.end(), '\0', ' ');
+    return line;
+}
+
+std::optional<std::string> variableOf(int32_t processId, const std::string& name) {
+    std::ifstream file("/proc/" + std::to_string(processId) + "/environ", std::ios::binary);
+    std::string entry;
+    while (std::getline(file, entry, '\0')) {
+        if (entry.rfind(name + "=", 0) == 0) {
+            return entry.substr(name.size() + 1);
+        }
+    }
+    return std::nullopt;
+}
+
+int32_t parentOf(int32_t processId) {
+    std::ifstream file("/proc/" + std::to_string(processId) + "/stat");
+    std::string stat;
+    std::getline(file, stat);
+    auto close = stat.rfind(')');
+    if (close == std::string::npos) {
+        return 0;
+    }
+    std::istringstream fields(stat.substr(close + 2));
+    std::string state;
+    int32_t parent = 0;
+    fields >> state >> parent;
+    return parent;
+}
+
+// The accessibility bus daemon of this desktop: the dbus-daemon whose parent is
+// an at-spi-bus-launcher sharing our session bus. 0 when not found.
+int32_t accessibilityBusDaemon() {
+    const char* session = std::getenv("DBUS_SESSION_BUS_ADDRESS");
+    int32_t found = 0;
+    if (DIR* proc = opendir("/proc")) {
+        while (dirent* entry = readdir(proc)) {
+            const int32_t processId = std::atoi(entry->d_name);
+            if (processId <= 0 || commandLine(processId).find("dbus-daemon") == std::string::npos) {
+                continue;
+            }
+            const int32_t parent = parentOf(processId);
+            if (commandLine(parent).find("at-spi-bus-launcher") == std::string::npos) {
+                continue;
+            }
+            auto parentSession = variableOf(parent, "DBUS_SESSION_BUS_ADDRESS");
+            if (session != nullptr && parentSession == session) {
+                found = processId;
+            }
+        }
+        closedir(proc);
+    }
+    return found;
+}
+
+// Totals over the measured repetitions of one query.
+// The X server of this desktop: the Xvfb that scripts/desktop started next to
+// this program (same parent). 0 when not found.
+int32_t displayServer() {
+    const int32_t parent = getppid();
+    int32_t found = 0;
+    if (DIR* proc = opendir("/proc")) {
+        while (dirent* entry = readdir(proc)) {
+            const int32_t processId = std::atoi(entry->d_name);
+            if (processId > 0 && parentOf(processId) == parent &&
+                commandLine(processId).rfind("Xvfb", 0) == 0) {
+                found = processId;
+            }
+        }
+        closedir(proc);
+    }
+    return found;
+}
+
+struct Sample {
+    int repetitions = 0;
+    size_t elements = 0;  // per query
+    std::vector<double> walls;
+    double ownCpu = 0;
+    double applicationCpu = 0;
+    double busCpu = 0;
+    double displayCpu = 0;
+    double ownQueued = 0;  // runnable, waiting for a CPU
+    double applicationQueued = 0;
+    // What the pipelined transport did (the baseline does not use it).
+    uint64_t requests = 0;
+    uint64_t writes = 0;
+    uint64_t reads = 0;
+    uint64_t blockingWaits = 0;
+    double blockedSeconds = 0;
+    std::vector<ElementInfo> result;
+
+    double perElement(double seconds) const {
+        return elements == 0 || repetitions == 0
+                   ? 0
+                   : seconds * 1e6 / (static_cast<double>(elements) * repetitions);
+    }
+    // The median query's wall time per element, in microseconds.
+    double medianMicroseconds() const {
+        if (walls.empty() || elements == 0) {
+            return 0;
+        }
+        std::vector<double> sorted = walls;
+        std::sort(sorted.begin(), sorted.end());
+        return sorted[sorted.size() / 2] * 1e6 / static_cast<double>(elements);
+    }
+    double totalWall() const {
+        double total = 0;
+        for (double wall : walls) {
+            total += wall;
+        }
+        return total;
+    }
+};
+
+struct Helpers {
+    int32_t bus = 0;
+    int32_t display = 0;
+};
+
+using Query = std::function<std::vector<ElementInfo>()>;
+
+// Runs one query and adds what it took to the sample.
+void measureOnce(Sample& sample, const Query& query, int32_t application, Helpers helpers) {
+    const auto transport0 = DBusAtspiTransport::processStatistics();
+    const double cpu0 = ownCpu();
+    const Scheduling own0 = schedulingOf(getpid());
+    const Scheduling app0 = schedulingOf(application);
+    const Scheduling bus0 = schedulingOf(helpers.bus);
+    const Scheduling display0 = schedulingOf(helpers.display);
+    const double start = now();
+    auto result = query();
+    sample.walls.push_back(now() - start);
+    const Scheduling own1 = schedulingOf(getpid());
+    const Scheduling app1 = schedulingOf(application);
+    sample.ownCpu += ownCpu() - cpu0;
+    sample.ownQueued += own1.queued - own0.queued;
+    sample.applicationCpu += app1.running - app0.running;
+    sample.applicationQueued += app1.queued - app0.queued;
+    sample.busCpu += schedulingOf(helpers.bus).running - bus0.running;
+    sample.displayCpu += schedulingOf(helpers.display).running - display0.running;
+    const auto& transport = DBusAtspiTransport::processStatistics();
+    sample.requests += transport.requests - transport0.requests;
+    sample.writes += transport.writes - transport0.writes;
+    sample.reads += transport.reads - transport0.reads;
+    sample.blockingWaits += transport.blockingWaits - transport0.blockingWaits;
+    sample.blockedSeconds += transport.waitingSeconds - transport0.waitingSeconds;
+    ++sample.repetitions;
+    sample.elements = std::min(sample.elements, result.size());
+}
+
+bool waitFor(const std::function<bool()>& condition, double seconds) {
+    const double deadline = now() + seconds;
+    while (!condition()) {
+        if (now() > deadline) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+// A process this program started and ends, by its id.
+class Started {
+  public:
+    explicit Started(int32_t processId) : processId_(processId) {}
+    ~Started() {
+        if (processId_ <= 0) {
+            return;
+        }
+        kill(processId_, SIGTERM);
+        bool ended = waitFor(
+            [&] {
+                int status = 0;
+                pid_t done = waitpid(processId_, &status, WNOHANG);
+                // Not our child (launched through the desktop): watch /proc instead.
+                return done == processId_ || (done < 0 && kill(processId_, 0) != 0);
+            },
+            5);
+        if (!ended) {
+            kill(processId_, SIGKILL);
+            waitpid(processId_, nullptr, 0);
+        }
+    }
+    Started(const Started&) = delete;
+    Started& operator=(const Started&) = delete;
+    int32_t processId() const { return processId_; }
+
+  private:
+    int32_t processId_;
+};
+
+// Starts the fixture with `elements` elements and waits until it says it is ready.
+int32_t startFixture(long elements) {
+    int out[2];
+    if (pipe2(out, O_CLOEXEC) != 0) {
+        return 0;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    const std::string count = std::to_string(elements);
+    std::vector<char*> arguments = {const_cast<char*>(VELMORA_FIXTURE_TREE_PATH),
+                                    const_cast<char*>("--elements"),
+                                    const_cast<char*>(count.c_str()), nullptr};
+    pid_t processId = 0;
+    int spawned = posix_spawn(&processId, VELMORA_FIXTURE_TREE_PATH, &actions, nullptr,
+                              arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(out[1]);
+    if (spawned != 0) {
+        close(out[0]);
+        return 0;
+    }
+    std::string said;
+    const double deadline = now() + 60;
+    while (said.find('\n') == std::string::npos && now() < deadline) {
+        pollfd ready{out[0], POLLIN, 0};
+        if (poll(&ready, 1, 200) > 0) {
+            char buffer[64];
+            ssize_t got = read(out[0], buffer, sizeof buffer);
+            if (got <= 0) {
+                break;
+            }
+            said.append(buffer, static_cast<size_t>(got));
+        }
+    }
+    close(out[0]);
+    if (said.rfind("ready ", 0) != 0) {
+        std::fprintf(stderr, "velmora-bench-snapshot: the fixture did not get ready (%s)\n",
+                     said.c_str());
+        kill(processId, SIGKILL);
+        waitpid(processId, nullptr, 0);
+        return 0;
+    }
+    return processId;
+}
+
+// Whether the platform finds the application under `id` with a window on the
+// accessibility desktop.
+bool visible(LinuxPlatform& platform, const std::string& id, int32_t processId) {
+    auto running = platform.runningApplications(id);
+    if (std::none_of(running.begin(), running.end(),
+                     [&](const auto& app) { return app.processId == processId; })) {
+        return false;
+    }
+    auto read = platform.copyAttribute(platform.applicationElement(processId), "AXWindows");
+    return read.code == native::kAXErrorSuccess && read.value && !read.value->elements.empty();
+}
+
+std::optional<Rect> firstWindowFrame(LinuxPlatform& platform, int32_t processId) {
+    auto windows = platform.copyAttribute(platform.applicationElement(processId), "AXWindows");
+    if (windows.code != native::kAXErrorSuccess || !windows.value ||
+        windows.value->elements.empty()) {
+        return std::nullopt;
+    }
+    const auto& window = windows.value->elements.front();
+    auto position = platform.copyAttribute(window, "AXPosition");
+    auto size = platform.copyAttribute(window, "AXSize");
+    if (position.code != native::kAXErrorSuccess || size.code != native::kAXErrorSuccess ||
+        !position.value || !size.value) {
+        return std::nullopt;
+    }
+    return Rect{position.value->boxed.point.x, position.value->boxed.point.y,
+                size.value->boxed.size.width, size.value->boxed.size.height};
+}
+
+// Waits until the window manager has placed the first window: its frame stays put.
+bool settled(LinuxPlatform& platform, int32_t processId) {
+    std::optional<Rect> last;
+    int unchanged = 0;
+    return waitFor(
+        [&] {
+            auto frame = firstWindowFrame(platform, processId);
+            unchanged = frame && frame == last ? unchanged + 1 : 0;
+            last = frame;
+            return unchanged >= 6;
+        },
+        15);
+}
+
+struct Row {
+    std::string target;
+    Sample agent;
+    Sample baseline;
+    std::vector<double> ratios;  // baseline over agent, per round
+    bool equal = false;
+    double lookupMilliseconds = 0;  // finding the application, per query
+    double lookupCpuMilliseconds = 0;
+
+    double medianRatio() const {
+        if (ratios.empty()) {
+            return 0;
+        }
+        std::vector<double> sorted = ratios;
+        std::sort(sorted.begin(), sorted.end());
+        return sorted[sorted.size() / 2];
+    }
+};
+
+std::string describe(const ElementInfo& info) {
+    std::string text =
+        info.role + " title=" + info.title.value_or("-") + " id=" + info.identifier.value_or("-") +
+        " valuePresent=" + (info.valuePresent ? "1" : "0") + " value=" + info.value.value_or("-");
+    if (info.frame) {
+        text += " frame=" + std::to_string(info.frame->x) + "," + std::to_string(info.frame->y) +
+                "," + std::to_string(info.frame->width) + "," + std::to_string(info.frame->height);
+    }
+    return text;
+}
+
+struct Readers {
+    bool agent = true;
+    bool baseline = true;
+};
+
+// Measures the agent's query and the baseline's in alternation, so that both meet
+// the same load of the machine: one of each per round, for at least three rounds
+// and `seconds` in all.
+Row benchmark(const std::string& target, const std::string& id, int32_t processId, Helpers helpers,
+              double seconds, Readers readers) {
+    LinuxPlatform platform(AtspiReads::pipelined);
+    AXCGDriver driver(platform, kNodeBudget, 1.5);
+    const Query agent = [&] { return driver.query(id, std::nullopt, true); };
+    const Query baseline = [&] { return baselineQuery(processId, kNodeBudget); };
+
+    Row row;
+    row.target = target;
+    // Unmeasured: the first reads create the toolkit's accessible objects.
+    if (readers.agent) {
+        row.agent.result = agent();
+        row.agent.elements = row.agent.result.size();
+    }
+    if (readers.baseline) {
+        row.baseline.result = baseline();
+        row.baseline.elements = row.baseline.result.size();
+    }
+    // What every query pays before reading any element: finding the application's
+    // process and its element on the accessibility desktop.
+    if (readers.agent) {
+        const double lookupStart = now();
+        const double lookupCpu = ownCpu();
+        for (int i = 0; i < 5; ++i) {
+            platform.runningApplications(id);
+            platform.applicationElement(processId);
+        }
+        row.lookupMilliseconds = (now() - lookupStart) * 1e3 / 5;
+        row.lookupCpuMilliseconds = (ownCpu() - lookupCpu) * 1e3 / 5;
+    }
+    const double started = now();
+    for (int round = 0; round < 100 && (round < 3 || now() - started < seconds); ++round) {
+        if (readers.agent) {
+            measureOnce(row.agent, agent, processId, helpers);
+        }
+        if (readers.baseline) {
+            measureOnce(row.baseline, baseline, processId, helpers);
+        }
+        if (readers.agent && readers.baseline) {
+            row.ratios.push_back(row.baseline.walls.back() / row.agent.walls.back());
+        }
+    }
+
+    row.equal = row.agent.result == row.baseline.result;
+    if (!row.equal && readers.agent && readers.baseline) {
+        const auto& a = row.agent.result;
+        const auto& b = row.baseline.result;
+        size_t i = 0;
+        while (i < a.size() && i < b.size() && a[i] == b[i]) {
+            ++i;
+        }
+        std::fprintf(stderr,
+                     "%s: the readers differ first at element %zu of %zu/%zu:\n  agent    %s\n"
+                     "  baseline %s\n",
+                     target.c_str(), i, a.size(), b.size(),
+                     i < a.size() ? describe(a[i]).c_str() : "(none)",
+                     i < b.size() ? describe(b[i]).c_str() : "(none)");
+    }
+    return row;
+}
+
+std::vector<std::string> split(const std::string& text) {
+    std::vector<std::string> parts;
+    std::stringstream stream(text);
+    std::string part;
+    while (std::getline(stream, part, ',')) {
+        if (!part.empty()) {
+            parts.push_back(part);
+        }
+    }
+    return parts;
+}
+
+void printRows(const std::vector<Row>& rows) {
+    std::printf(
+        "\nMicroseconds per element, median query; the ratio is the median over rounds of\n"
+        "the baseline's query time over the agent's, measured one after the other:\n\n");
+    std::printf("%-36s %8s %11s %14s %7s  %s\n", "target", "elements", "agent us/el",
+                "baseline us/el", "ratio", "same elements");
+    for (const auto& row : rows) {
+        std::printf("%-36s %8zu %11.1f %14.1f %6.1fx  %s\n", row.target.c_str(), row.agent.elements,
+                    row.agent.medianMicroseconds(), row.baseline.medianMicroseconds(),
+                    row.medianRatio(), row.equal ? "yes" : "NO");
+    }
+
+    std::printf(
+        "\nOf each agent query, finding the application (its process by identifier, its\n"
+        "element on the accessibility desktop) before any element is read:\n\n");
+    for (const auto& row : rows) {
+        std::printf("%-36s %6.1f ms (%.1f ms CPU)\n", row.target.c_str(), row.lookupMilliseconds,
+                    row.lookupCpuMilliseconds);
+    }
+
+    std::printf(
+        "\nWhere the time goes, microseconds per element over all rounds. wall: elapsed;\n"
+        "agent: this process on a CPU (walk, reads, marshalling, system calls);\n"
+        "application: the target answering; X: the X server (extents, text layout);\n"
+        "bus: the accessibility bus daemon; queued: runnable but waiting for a CPU\n"
+        "held by other processes of the machine (agent/application).\n\n");
+    std::printf("%-36s %-8s %5s %8s %8s %11s %6s %6s %14s\n", "target", "reader", "runs", "wall",
+                "agent", "application", "X", "bus", "queued a/app");
+    for (const auto& row : rows) {
+        for (const auto* sample : {&row.agent, &row.baseline}) {
+            if (sample->repetitions == 0) {
+                continue;
+            }
+            std::printf(
+                "%-36s %-8s %5d %8.1f %8.1f %11.1f %6.1f %6.1f %6.1f/%-7.1f\n", row.target.c_str(),
+                sample == &row.agent ? "agent" : "baseline", sample->repetitions,
+                sample->perElement(sample->totalWall()), sample->perElement(sample->ownCpu),
+                sample->perElement(sample->applicationCpu), sample->perElement(sample->displayCpu),
+                sample->perElement(sample->busCpu), sample->perElement(sample->ownQueued),
+                sample->perElement(sample->applicationQueued));
+        }
+    }
+
+    std::printf(
+        "\nThe agent's requests per element: method calls sent, socket writes, times it\n"
+        "blocked for answers, and microseconds blocked.\n\n");
+    std::printf("%-36s %9s %8s %8s %11s\n", "target", "requests", "writes", "blocks", "blocked us");
+    for (const auto& row : rows) {
+        const Sample& agent = row.agent;
+        const double count = static_cast<double>(agent.elements) * agent.repetitions;
+        if (count == 0) {
+            continue;
+        }
+        std::printf("%-36s %9.2f %8.2f %8.2f %8.3f %11.1f\n", row.target.c_str(),
+                    static_cast<double>(agent.requests) / count,
+                    static_cast<double>(agent.writes) / count,
+                    static_cast<double>(agent.reads) / count,
+                    static_cast<double>(agent.blockingWaits) / count,
+                    agent.perElement(agent.blockedSeconds));
+    }
+}
+
+}  // namespace
+}  // namespace velmora::bench
+
+int main(int argc, char** argv) {
+    using namespace velmora::bench;
+    std::vector<std::string> sizes = {"300", "1000", "3000"};
+    std::vector<std::string> apps = {"org.xfce.mousepad", "galculator"};
+    double seconds = 2;
+    Readers readers;
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (option == "--sizes" && i + 1 < argc) {
+            sizes = split(argv[++i]);
+        } else if (option == "--apps" && i + 1 < argc) {
+            apps = split(argv[++i]);
+        } else if (option == "--seconds" && i + 1 < argc) {
+            seconds = std::atof(argv[++i]);
+        } else if (option == "--readers" && i + 1 < argc) {
+            auto names = split(argv[++i]);
+            readers.agent = std::find(names.begin(), names.end(), "agent") != names.end();
+            readers.baseline = std::find(names.begin(), names.end(), "baseline") != names.end();
+        } else {
+            std::fprintf(stderr,
+                         "usage: velmora-bench-snapshot [--sizes 300,1000,3000] "
+                         "[--apps org.xfce.mousepad,galculator] [--seconds S] "
+                         "[--readers agent,baseline]\n");
+            return 64;
+        }
+    }
+    const char* display = std::getenv("DISPLAY");
+    if (display == nullptr || *display == '\0') {
+        std::fprintf(stderr,
+                     "velmora-bench-snapshot needs a desktop: run bench/snapshot/run, or "
+                     "scripts/desktop %s\n",
+                     argv[0]);
+        return 69;
+    }
+
+    Helpers helpers;
+    helpers.bus = accessibilityBusDaemon();
+    helpers.display = displayServer();
+    const int32_t bus = helpers.bus;
+    std::printf(
+        "Query without selector, node budget %lld. Agent: the pipelined reader (%s);\n"
+        "baseline: one synchronous libatspi call per read. Accessibility bus daemon: %s.\n",
+        static_cast<long long>(kNodeBudget), "AXCGDriver over LinuxPlatform",
+        bus > 0 ? ("pid " + std::to_string(bus)).c_str() : "not found");
+
+    std::vector<Row> rows;
+    LinuxPlatform platform(AtspiReads::pipelined);
+    for (const auto& size : sizes) {
+        Started fixture(startFixture(std::atol(size.c_str())));
+        if (fixture.processId() == 0 ||
+            !waitFor([&] { return visible(platform, kFixtureId, fixture.processId()); }, 30) ||
+            !settled(platform, fixture.processId())) {
+            std::fprintf(stderr,
+                         "velmora-bench-snapshot: the fixture of %s elements did not show\n",
+                         size.c_str());
+            return 69;
+        }
+        std::printf("measuring %s %s ...\n", kFixtureId, size.c_str());
+        std::fflush(stdout);
+        rows.push_back(benchmark(std::string(kFixtureId) + " --elements " + size, kFixtureId,
+                                 fixture.processId(), helpers, seconds, readers));
+    }
+    for (const auto& app : apps) {
+        auto location = platform.applicationLocation(app);
+        if (!location) {
+            std::fprintf(stderr, "velmora-bench-snapshot: %s is not installed\n", app.c_str());
+            return 69;
+        }
+        platform.openApplication(*location, true, [](std::optional<std::string>) {});
+        int32_t processId = 0;
+        waitFor(
+            [&] {
+                auto running = platform.runningApplications(app);
+                processId = running.empty() ? 0 : running.front().processId;
+                return processId != 0;
+            },
+            15);
+        Started launched(processId);
+        if (processId == 0 || !waitFor([&] { return visible(platform, app, processId); }, 20) ||
+            !settled(platform, processId)) {
+            std::fprintf(stderr, "velmora-bench-snapshot: %s did not show a window\n", app.c_str());
+            return 69;
+        }
+        std::printf("measuring %s ...\n", app.c_str());
+        std::fflush(stdout);
+        rows.push_back(benchmark(app, app, processId, helpers, seconds, readers));
+    }
+    printRows(rows);
+    return std::all_of(rows.begin(), rows.end(), [](const Row& row) { return row.equal; }) ? 0 : 1;
+}

@@ -17,6 +17,7 @@
 #include <memory>
 
 #include "core/native/AXCGDriver.h"
+#include "core/native/linux/DBusAtspiTransport.h"
 #include "core/native/linux/LinuxPlatform.h"
 #include "tests/e2e/DesktopSupport.h"
 
@@ -27,6 +28,7 @@ namespace {
 
 using native::AXCGDriver;
 using native::freedesktop::AtspiReads;
+using native::freedesktop::DBusAtspiTransport;
 using native::freedesktop::LinuxPlatform;
 
 constexpr int64_t kNodeBudget = 3000;  // as the agent builds its driver
@@ -203,7 +205,27 @@ TEST_F(SnapshotEquality, Galculator) {
     AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
     const size_t elements = slow.query("galculator", std::nullopt, true).size();
     ASSERT_GT(elements, 50u);
+    const auto before = DBusAtspiTransport::processStatistics();
     expectSameSnapshots("galculator", elements);
+    // GTK applications offer a direct connection, and the reader takes it.
+    const auto& after = DBusAtspiTransport::processStatistics();
+    EXPECT_GT(after.directRequests - before.directRequests, 1000u);
+    EXPECT_EQ(after.directRequests - before.directRequests, after.requests - before.requests);
+    EXPECT_EQ(after.unanswered, before.unanswered);
+}
+
+TEST_F(SnapshotEquality, OverTheBusWhereThereIsNoDirectConnection) {
+    const int32_t processId = launched->launch("galculator");
+    ASSERT_NE(processId, 0);
+    pipelined = std::make_unique<LinuxPlatform>(AtspiReads::pipelinedOverTheBus);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    const size_t elements = slow.query("galculator", std::nullopt, true).size();
+    ASSERT_GT(elements, 50u);
+    const auto before = DBusAtspiTransport::processStatistics();
+    expectSameSnapshots("galculator", elements);
+    const auto& after = DBusAtspiTransport::processStatistics();
+    EXPECT_GT(after.requests, before.requests);
+    EXPECT_EQ(after.directRequests, before.directRequests);
 }
 
 TEST_F(SnapshotEquality, Mousepad) {

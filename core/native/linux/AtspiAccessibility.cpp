@@ -304,13 +304,15 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
         }
         guint owner = atspi_accessible_get_process_id(application, error.out());
         if (!error.failed() && static_cast<int64_t>(owner) == processId) {
-            if (reads_ == AtspiReads::pipelined && application->parent.app != nullptr) {
+            if (reads_ != AtspiReads::oneAtATime && application->parent.app != nullptr) {
                 AtspiAddress address{application->parent.app->bus_name, application->parent.path};
                 g_object_unref(application);
                 if (!transport_) {
                     transport_ = std::make_shared<DBusAtspiTransport>();
                 }
-                transport_->connect(address.busName);
+                if (reads_ == AtspiReads::pipelined) {
+                    transport_->connect(address.busName);
+                }
                 return openAtspiSnapshot(transport_, std::move(address));
             }
             return std::make_shared<AtspiElement>(application, kAXErrorCannotComplete);

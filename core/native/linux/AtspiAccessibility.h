@@ -40,7 +40,8 @@ namespace velmora::native::freedesktop {
 class DBusAtspiTransport;
 
 enum class AtspiReads {
-    pipelined,
+    pipelined,            // over a direct connection where the application offers one
+    pipelinedOverTheBus,  // never direct, as for applications that offer none
     oneAtATime,
 };
 

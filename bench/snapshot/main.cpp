@@ -2,17 +2,19 @@
 // element, next to a baseline that reads the same attributes one synchronous
 // libatspi call at a time, on velmora-fixture-tree at several sizes and on real
 // applications; and where the time goes: the agent's own CPU time, the
-// application's, the accessibility bus daemon's, and the agent's waiting.
+// application's, the X server's, the accessibility bus daemon's (the agent's
+// reader also measured without its direct connection, over the bus), and what
+// other processes of the machine took.
 //
 //   velmora-bench-snapshot [--sizes 300,1000,3000] [--apps org.xfce.mousepad,galculator]
-//                          [--seconds S] [--readers agent,baseline]
+//                          [--seconds S] [--readers agent,bus-only,baseline]
 //
 // It needs a desktop: run it through bench/snapshot/run, or as
 // scripts/desktop BUILD/bench/snapshot/velmora-bench-snapshot. Each measurement
 // repeats the query until it has taken at least S seconds (default 2) and at
-// least 3 times, after one unmeasured query. --readers agent (or baseline)
-// measures one reader alone, for profiling. The exit status is 0 when the agent
-// and the baseline read the same elements everywhere, 1 when not, 69 without a
+// least 3 times, after one unmeasured query; the readers take turns. --readers
+// picks which readers run (for profiling one alone). The exit status is 0 when
+// the readers read the same elements everywhere, 1 when not, 69 without a
 // desktop or when a target does not start.
 
 #include <dirent.h>
@@ -385,6 +387,7 @@ struct Row {
     std::string target;
     Sample agent;
     Sample baseline;
+    Sample overTheBus;
     std::vector<double> ratios;  // baseline over agent, per round
     bool equal = false;
     double lookupMilliseconds = 0;  // finding the application, per query
@@ -414,6 +417,7 @@ std::string describe(const ElementInfo& info) {
 struct Readers {
     bool agent = true;
     bool baseline = true;
+    bool overTheBus = true;  // the agent's reader without the direct connection
 };
 
 // Measures the agent's query and the baseline's in alternation, so that both meet
@@ -423,7 +427,10 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
               double seconds, Readers readers) {
     LinuxPlatform platform(AtspiReads::pipelined);
     AXCGDriver driver(platform, kNodeBudget, 1.5);
+    LinuxPlatform busPlatform(AtspiReads::pipelinedOverTheBus);
+    AXCGDriver busDriver(busPlatform, kNodeBudget, 1.5);
     const Query agent = [&] { return driver.query(id, std::nullopt, true); };
+    const Query agentOverTheBus = [&] { return busDriver.query(id, std::nullopt, true); };
     const Query baseline = [&] { return baselineQuery(processId, kNodeBudget); };
 
     Row row;
@@ -436,6 +443,10 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
     if (readers.baseline) {
         row.baseline.result = baseline();
         row.baseline.elements = row.baseline.result.size();
+    }
+    if (readers.overTheBus) {
+        row.overTheBus.result = agentOverTheBus();
+        row.overTheBus.elements = row.overTheBus.result.size();
     }
     // What every query pays before reading any element: finding the application's
     // process and its element on the accessibility desktop.
@@ -457,12 +468,16 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
         if (readers.baseline) {
             measureOnce(row.baseline, baseline, processId, helpers);
         }
+        if (readers.overTheBus) {
+            measureOnce(row.overTheBus, agentOverTheBus, processId, helpers);
+        }
         if (readers.agent && readers.baseline) {
             row.ratios.push_back(row.baseline.walls.back() / row.agent.walls.back());
         }
     }
 
-    row.equal = row.agent.result == row.baseline.result;
+    row.equal = row.agent.result == row.baseline.result &&
+                (!readers.overTheBus || row.overTheBus.result == row.baseline.result);
     if (!row.equal && readers.agent && readers.baseline) {
         const auto& a = row.agent.result;
         const auto& b = row.baseline.result;
@@ -492,16 +507,28 @@ std::vector<std::string> split(const std::string& text) {
     return parts;
 }
 
+const char* readerName(const Row& row, const Sample* sample) {
+    return sample == &row.agent ? "agent" : sample == &row.overTheBus ? "bus-only" : "baseline";
+}
+
 void printRows(const std::vector<Row>& rows) {
     std::printf(
-        "\nMicroseconds per element, median query; the ratio is the median over rounds of\n"
-        "the baseline's query time over the agent's, measured one after the other:\n\n");
-    std::printf("%-36s %8s %11s %14s %7s  %s\n", "target", "elements", "agent us/el",
-                "baseline us/el", "ratio", "same elements");
+        "\nMicroseconds per element, median query. agent: the agent's query as it runs\n"
+        "(pipelined, over the direct connection the application offers); bus-only: the\n"
+        "same over the accessibility bus; baseline: one synchronous libatspi call per\n"
+        "read. The ratio is the median over rounds of the baseline's query time over the\n"
+        "agent's, the two measured one after the other.\n\n");
+    std::printf("%-36s %8s %11s %9s %14s %7s  %s\n", "target", "elements", "agent us/el",
+                "bus-only", "baseline us/el", "ratio", "same elements");
     for (const auto& row : rows) {
-        std::printf("%-36s %8zu %11.1f %14.1f %6.1fx  %s\n", row.target.c_str(), row.agent.elements,
-                    row.agent.medianMicroseconds(), row.baseline.medianMicroseconds(),
-                    row.medianRatio(), row.equal ? "yes" : "NO");
+        const bool compared = row.agent.repetitions > 0 && row.baseline.repetitions > 0;
+        std::printf("%-36s %8zu %11.1f %9.1f %14.1f %6.1fx  %s\n", row.target.c_str(),
+                    row.agent.elements, row.agent.medianMicroseconds(),
+                    row.overTheBus.medianMicroseconds(), row.baseline.medianMicroseconds(),
+                    row.medianRatio(),
+                    !compared   ? "-"
+                    : row.equal ? "yes"
+                                : "NO");
     }
 
     std::printf(
@@ -515,42 +542,44 @@ void printRows(const std::vector<Row>& rows) {
     std::printf(
         "\nWhere the time goes, microseconds per element over all rounds. wall: elapsed;\n"
         "agent: this process on a CPU (walk, reads, marshalling, system calls);\n"
-        "application: the target answering; X: the X server (extents, text layout);\n"
-        "bus: the accessibility bus daemon; queued: runnable but waiting for a CPU\n"
-        "held by other processes of the machine (agent/application).\n\n");
+        "application: the target answering; X: the X server; bus: the accessibility bus\n"
+        "daemon routing; queued: runnable but waiting for a CPU held by other processes\n"
+        "of the machine (this process/the application).\n\n");
     std::printf("%-36s %-8s %5s %8s %8s %11s %6s %6s %14s\n", "target", "reader", "runs", "wall",
                 "agent", "application", "X", "bus", "queued a/app");
     for (const auto& row : rows) {
-        for (const auto* sample : {&row.agent, &row.baseline}) {
+        for (const auto* sample : {&row.agent, &row.overTheBus, &row.baseline}) {
             if (sample->repetitions == 0) {
                 continue;
             }
-            std::printf(
-                "%-36s %-8s %5d %8.1f %8.1f %11.1f %6.1f %6.1f %6.1f/%-7.1f\n", row.target.c_str(),
-                sample == &row.agent ? "agent" : "baseline", sample->repetitions,
-                sample->perElement(sample->totalWall()), sample->perElement(sample->ownCpu),
-                sample->perElement(sample->applicationCpu), sample->perElement(sample->displayCpu),
-                sample->perElement(sample->busCpu), sample->perElement(sample->ownQueued),
-                sample->perElement(sample->applicationQueued));
+            std::printf("%-36s %-8s %5d %8.1f %8.1f %11.1f %6.1f %6.1f %6.1f/%-7.1f\n",
+                        row.target.c_str(), readerName(row, sample), sample->repetitions,
+                        sample->perElement(sample->totalWall()), sample->perElement(sample->ownCpu),
+                        sample->perElement(sample->applicationCpu),
+                        sample->perElement(sample->displayCpu), sample->perElement(sample->busCpu),
+                        sample->perElement(sample->ownQueued),
+                        sample->perElement(sample->applicationQueued));
         }
     }
 
     std::printf(
-        "\nThe agent's requests per element: method calls sent, socket writes, times it\n"
-        "blocked for answers, and microseconds blocked.\n\n");
-    std::printf("%-36s %9s %8s %8s %11s\n", "target", "requests", "writes", "blocks", "blocked us");
+        "\nThe pipelined reader's traffic per element: method calls sent, socket writes\n"
+        "and reads, times it blocked for answers, and microseconds blocked.\n\n");
+    std::printf("%-36s %-8s %9s %8s %8s %8s %11s\n", "target", "reader", "requests", "writes",
+                "reads", "blocks", "blocked us");
     for (const auto& row : rows) {
-        const Sample& agent = row.agent;
-        const double count = static_cast<double>(agent.elements) * agent.repetitions;
-        if (count == 0) {
-            continue;
+        for (const auto* sample : {&row.agent, &row.overTheBus}) {
+            const double count = static_cast<double>(sample->elements) * sample->repetitions;
+            if (count == 0) {
+                continue;
+            }
+            std::printf("%-36s %-8s %9.2f %8.2f %8.2f %8.3f %11.1f\n", row.target.c_str(),
+                        readerName(row, sample), static_cast<double>(sample->requests) / count,
+                        static_cast<double>(sample->writes) / count,
+                        static_cast<double>(sample->reads) / count,
+                        static_cast<double>(sample->blockingWaits) / count,
+                        sample->perElement(sample->blockedSeconds));
         }
-        std::printf("%-36s %9.2f %8.2f %8.2f %8.3f %11.1f\n", row.target.c_str(),
-                    static_cast<double>(agent.requests) / count,
-                    static_cast<double>(agent.writes) / count,
-                    static_cast<double>(agent.reads) / count,
-                    static_cast<double>(agent.blockingWaits) / count,
-                    agent.perElement(agent.blockedSeconds));
     }
 }
 
@@ -575,11 +604,12 @@ int main(int argc, char** argv) {
             auto names = split(argv[++i]);
             readers.agent = std::find(names.begin(), names.end(), "agent") != names.end();
             readers.baseline = std::find(names.begin(), names.end(), "baseline") != names.end();
+            readers.overTheBus = std::find(names.begin(), names.end(), "bus-only") != names.end();
         } else {
             std::fprintf(stderr,
                          "usage: velmora-bench-snapshot [--sizes 300,1000,3000] "
                          "[--apps org.xfce.mousepad,galculator] [--seconds S] "
-                         "[--readers agent,baseline]\n");
+                         "[--readers agent,bus-only,baseline]\n");
             return 64;
         }
     }

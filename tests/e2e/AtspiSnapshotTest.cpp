@@ -133,7 +133,9 @@ class FakeApplication : public AtspiTransport {
                 }
                 item.childCount =
                     object.cacheHidesChildren ? -1 : static_cast<int32_t>(object.children.size());
-                item.interfaces = object.interfaces;
+                for (const auto& name : object.interfaces) {
+                    item.interfaces |= interfaceNamed(name);
+                }
                 item.name = object.name;
                 item.role = object.role;
                 item.states = object.states;
@@ -160,7 +162,9 @@ class FakeApplication : public AtspiTransport {
                 reply.text = object.id;
                 break;
             case AtspiCall::interfaces:
-                reply.strings = object.interfaces;
+                for (const auto& name : object.interfaces) {
+                    reply.interfaces |= interfaceNamed(name);
+                }
                 break;
             case AtspiCall::states:
                 reply.states = object.states;

@@ -3,55 +3,68 @@
 namespace velmora::native::freedesktop {
 
 AtspiCacheIndex::AtspiCacheIndex(std::string busName, std::vector<AtspiCacheItem> items)
-    : busName_(std::move(busName)), items_(std::move(items)) {
+    : busName_(std::move(busName)), items_(std::move(items)), entries_(items_.size()) {
     byPath_.reserve(items_.size());
     for (size_t i = 0; i < items_.size(); ++i) {
-        const AtspiCacheItem& item = items_[i];
-        if (item.object.busName != busName_) {
+        entries_[i].item = &items_[i];
+        if (items_[i].object.busName == busName_) {
+            byPath_.emplace(items_[i].object.path, i);
+        }
+    }
+
+    // Each object's children, slotted by the index they give; an object whose
+    // slots do not come out exactly filled has no child list here.
+    std::vector<std::vector<const AtspiCacheItem*>> slots(items_.size());
+    std::vector<bool> broken(items_.size(), false);
+    for (size_t i = 0; i < items_.size(); ++i) {
+        const AtspiCacheItem& child = items_[i];
+        if (child.object.busName != busName_ || child.parent.busName != busName_) {
             continue;
         }
-        byPath_.emplace(item.object.path, i);
-        if (item.parent.busName == busName_) {
-            byParentPath_[item.parent.path].push_back(i);
+        auto parent = byPath_.find(child.parent.path);
+        if (parent == byPath_.end()) {
+            continue;
+        }
+        const AtspiCacheItem& item = items_[parent->second];
+        auto& slot = slots[parent->second];
+        if (item.childCount < 0 || child.indexInParent < 0 ||
+            child.indexInParent >= item.childCount) {
+            broken[parent->second] = true;
+            continue;
+        }
+        slot.resize(static_cast<size_t>(item.childCount), nullptr);
+        if (slot[child.indexInParent] != nullptr) {
+            broken[parent->second] = true;
+        }
+        slot[child.indexInParent] = &child;
+    }
+    for (size_t i = 0; i < items_.size(); ++i) {
+        if (broken[i] || items_[i].childCount < 0 ||
+            slots[i].size() != static_cast<size_t>(items_[i].childCount)) {
+            continue;
+        }
+        std::vector<AtspiAddress> children;
+        children.reserve(slots[i].size());
+        bool complete = true;
+        for (const AtspiCacheItem* child : slots[i]) {
+            if (child == nullptr) {
+                complete = false;
+                break;
+            }
+            children.push_back(child->object);
+        }
+        if (complete) {
+            entries_[i].children = std::move(children);
         }
     }
 }
 
-const AtspiCacheItem* AtspiCacheIndex::find(const AtspiAddress& object) const {
+const AtspiCacheIndex::Entry* AtspiCacheIndex::find(const AtspiAddress& object) const {
     if (object.busName != busName_) {
         return nullptr;
     }
     auto found = byPath_.find(object.path);
-    return found == byPath_.end() ? nullptr : &items_[found->second];
-}
-
-std::optional<std::vector<AtspiAddress>> AtspiCacheIndex::children(
-    const AtspiAddress& object) const {
-    const AtspiCacheItem* item = find(object);
-    if (item == nullptr || item->childCount < 0) {
-        return std::nullopt;
-    }
-    const auto count = static_cast<size_t>(item->childCount);
-    auto listed = byParentPath_.find(object.path);
-    const size_t found = listed == byParentPath_.end() ? 0 : listed->second.size();
-    if (found != count) {
-        return std::nullopt;
-    }
-    std::vector<const AtspiCacheItem*> slots(count, nullptr);
-    for (size_t i = 0; i < found; ++i) {
-        const AtspiCacheItem& child = items_[listed->second[i]];
-        if (child.indexInParent < 0 || static_cast<size_t>(child.indexInParent) >= count ||
-            slots[child.indexInParent] != nullptr) {
-            return std::nullopt;
-        }
-        slots[child.indexInParent] = &child;
-    }
-    std::vector<AtspiAddress> children;
-    children.reserve(count);
-    for (const AtspiCacheItem* child : slots) {
-        children.push_back(child->object);
-    }
-    return children;
+    return found == byPath_.end() ? nullptr : &entries_[found->second];
 }
 
 }  // namespace velmora::native::freedesktop

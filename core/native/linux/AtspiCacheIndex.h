@@ -22,18 +22,22 @@ class AtspiCacheIndex {
   public:
     AtspiCacheIndex(std::string busName, std::vector<AtspiCacheItem> items);
 
-    // The item of an object of this application, or null.
-    const AtspiCacheItem* find(const AtspiAddress& object) const;
-    // The object's children in order, when the cache lists them completely.
-    std::optional<std::vector<AtspiAddress>> children(const AtspiAddress& object) const;
+    struct Entry {
+        const AtspiCacheItem* item = nullptr;
+        // Its children in order, when the cache lists them completely.
+        std::optional<std::vector<AtspiAddress>> children;
+    };
+
+    // What the cache knows of an object of this application, or null.
+    const Entry* find(const AtspiAddress& object) const;
 
     size_t size() const { return items_.size(); }
 
   private:
     std::string busName_;
     std::vector<AtspiCacheItem> items_;
+    std::vector<Entry> entries_;  // one per item, in the same order
     std::unordered_map<std::string, size_t> byPath_;
-    std::unordered_map<std::string, std::vector<size_t>> byParentPath_;
 };
 
 }  // namespace velmora::native::freedesktop

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The AT-SPI requests that the pipelined reader makes, what comes back, and the
@@ -28,6 +29,21 @@ inline constexpr const char* kAtspiValueInterface = "org.a11y.atspi.Value";
 inline constexpr const char* kAtspiTextInterface = "org.a11y.atspi.Text";
 inline constexpr const char* kAtspiComponentInterface = "org.a11y.atspi.Component";
 
+// Of an object's interfaces, those the reader acts on, as bits; the others are
+// left out.
+using AtspiInterfaces = uint32_t;
+inline constexpr AtspiInterfaces kAtspiValue = 1;
+inline constexpr AtspiInterfaces kAtspiText = 2;
+inline constexpr AtspiInterfaces kAtspiComponent = 4;
+
+// The bit of an interface's name; 0 for the interfaces the reader does not use.
+inline AtspiInterfaces interfaceNamed(std::string_view name) {
+    return name == kAtspiValueInterface       ? kAtspiValue
+           : name == kAtspiTextInterface      ? kAtspiText
+           : name == kAtspiComponentInterface ? kAtspiComponent
+                                              : 0;
+}
+
 // The two 32-bit words of an AT-SPI state set: state n is bit n % 32 of word n / 32.
 using AtspiStateBits = std::array<uint32_t, 2>;
 
@@ -51,7 +67,7 @@ struct AtspiCacheItem {
     AtspiAddress parent;
     int32_t indexInParent = -1;
     int32_t childCount = -1;
-    std::vector<std::string> interfaces;
+    AtspiInterfaces interfaces = 0;
     std::string name;
     uint32_t role = 0;
     AtspiStateBits states{};
@@ -61,7 +77,7 @@ enum class AtspiCall {
     role,            // Accessible.GetRole                         -> number
     name,            // Accessible property Name                    -> text
     accessibleId,    // Accessible property AccessibleId            -> text
-    interfaces,      // Accessible.GetInterfaces                    -> strings
+    interfaces,      // Accessible.GetInterfaces                    -> interfaces
     states,          // Accessible.GetState                         -> states
     children,        // Accessible.GetChildren                      -> references
     childCount,      // Accessible property ChildCount              -> integer
@@ -89,7 +105,7 @@ struct AtspiReply {
     int32_t integer = 0;
     double real = 0;
     std::string text;
-    std::vector<std::string> strings;
+    AtspiInterfaces interfaces = 0;
     AtspiStateBits states{};
     AtspiExtents extents;
     std::vector<AtspiAddress> references;  // in order, null references included

@@ -65,7 +65,7 @@ AttributeRead nonEmptyText(const Fetched<std::string>& text) {
 }
 
 AttributeRead extentsAnswer(const AtspiRecord& record, bool position) {
-    if (!hasInterface(record, kAtspiComponentInterface)) {
+    if (!hasInterface(record, kAtspiComponent)) {
         return AttributeRead::failure(kAXErrorAttributeUnsupported);
     }
     if (!record.extents.ok()) {
@@ -87,19 +87,15 @@ AttributeRead extentsAnswer(const AtspiRecord& record, bool position) {
 
 }  // namespace
 
-bool hasInterface(const AtspiRecord& record, const char* interface) {
-    if (!record.interfaces.ok()) {
-        return false;
-    }
-    const auto& names = record.interfaces.value;
-    return std::find(names.begin(), names.end(), interface) != names.end();
+bool hasInterface(const AtspiRecord& record, AtspiInterfaces interface) {
+    return record.interfaces.ok() && (record.interfaces.value & interface) != 0;
 }
 
 ValueSource valueSource(const AtspiRecord& record) {
     if (!record.interfaces.known()) {
         return ValueSource::undecided;
     }
-    if (hasInterface(record, kAtspiValueInterface)) {
+    if (hasInterface(record, kAtspiValue)) {
         return ValueSource::currentValue;
     }
     if (!record.states.known() || !record.role.known()) {
@@ -108,7 +104,7 @@ ValueSource valueSource(const AtspiRecord& record) {
     if (isCheckable(record)) {
         return ValueSource::checkState;
     }
-    if (hasInterface(record, kAtspiTextInterface)) {
+    if (hasInterface(record, kAtspiText)) {
         return ValueSource::text;
     }
     return ValueSource::none;

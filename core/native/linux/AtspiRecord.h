@@ -38,8 +38,8 @@ struct AtspiRecord {
     Fetched<uint32_t> role;  // an AtspiRole
     Fetched<std::string> name;
     Fetched<std::string> accessibleId;
-    Fetched<std::vector<std::string>> interfaces;  // failed: it has none
-    Fetched<AtspiStateBits> states;                // failed: the empty set
+    Fetched<AtspiInterfaces> interfaces;  // failed: it has none
+    Fetched<AtspiStateBits> states;       // failed: the empty set
     Fetched<AtspiExtents> extents;
     Fetched<double> currentValue;
     Fetched<int32_t> characterCount;
@@ -49,7 +49,7 @@ struct AtspiRecord {
     std::vector<Fetched<uint32_t>> childRoles;
 };
 
-bool hasInterface(const AtspiRecord& record, const char* interface);
+bool hasInterface(const AtspiRecord& record, AtspiInterfaces interface);
 
 // Where the element's "AXValue" comes from, once enough is known to tell.
 enum class ValueSource {

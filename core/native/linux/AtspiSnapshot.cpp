@@ -109,8 +109,8 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     template <typename Apply>
     void ask(const std::shared_ptr<Node>& node, AtspiRequest request, Apply apply);
     template <typename T>
-    void askFact(const std::shared_ptr<Node>& node, Fetched<T> AtspiRecord::*fact, AtspiCall call,
-                 int32_t first = 0, int32_t second = 0);
+    void askFact(const std::shared_ptr<Node>& node, Fetched<T> AtspiRecord::*fact,
+                 T AtspiReply::*field, AtspiCall call, int32_t first = 0, int32_t second = 0);
 
     std::shared_ptr<AtspiTransport> transport_;
     AtspiAddress application_;
@@ -153,30 +153,15 @@ void Snapshot::ask(const std::shared_ptr<Node>& node, AtspiRequest request, Appl
 
 template <typename T>
 void Snapshot::askFact(const std::shared_ptr<Node>& node, Fetched<T> AtspiRecord::*fact,
-                       AtspiCall call, int32_t first, int32_t second) {
+                       T AtspiReply::*field, AtspiCall call, int32_t first, int32_t second) {
     (node->record.*fact).state = Fetched<T>::State::asked;
     ask(node, AtspiRequest{call, node->address, first, second},
-        [fact](Node& answered, const AtspiReply& reply) {
+        [fact, field](Node& answered, const AtspiReply& reply) {
             Fetched<T>& stored = answered.record.*fact;
-            if (!reply.ok) {
-                stored.fail();
-                return;
-            }
-            if constexpr (std::is_same_v<T, uint32_t>) {
-                stored.answer(reply.number);
-            } else if constexpr (std::is_same_v<T, std::string>) {
-                stored.answer(reply.text);
-            } else if constexpr (std::is_same_v<T, std::vector<std::string>>) {
-                stored.answer(reply.strings);
-            } else if constexpr (std::is_same_v<T, AtspiStateBits>) {
-                stored.answer(reply.states);
-            } else if constexpr (std::is_same_v<T, AtspiExtents>) {
-                stored.answer(reply.extents);
-            } else if constexpr (std::is_same_v<T, double>) {
-                stored.answer(reply.real);
+            if (reply.ok) {
+                stored.answer(reply.*field);
             } else {
-                static_assert(std::is_same_v<T, int32_t>);
-                stored.answer(reply.integer);
+                stored.fail();
             }
         });
 }
@@ -313,31 +298,30 @@ void Snapshot::waitForCache(Stream* stream) {
 void Snapshot::request(const std::shared_ptr<Node>& node) {
     node->requested = true;
     AtspiRecord& record = node->record;
-    const AtspiCacheItem* item = nullptr;
-    std::shared_ptr<const AtspiCacheIndex> index;
+    const AtspiCacheIndex::Entry* cached = nullptr;
     if (!node->refetched && node->stream != nullptr &&
         node->stream->cache == Stream::Cache::ready) {
-        index = node->stream->index;
-        item = index->find(node->address);
+        cached = node->stream->index->find(node->address);
     }
-    if (item != nullptr) {
-        record.role.answer(item->role);
-        record.name.answer(item->name);
-        record.interfaces.answer(item->interfaces);
-        record.states.answer(item->states);
-        if (auto children = index->children(node->address)) {
-            record.children.answer(std::move(*children));
+    if (cached != nullptr) {
+        const AtspiCacheItem& item = *cached->item;
+        record.role.answer(item.role);
+        record.name.answer(item.name);
+        record.interfaces.answer(item.interfaces);
+        record.states.answer(item.states);
+        if (cached->children) {
+            record.children.answer(*cached->children);
         }
     } else {
-        askFact(node, &AtspiRecord::role, AtspiCall::role);
-        askFact(node, &AtspiRecord::name, AtspiCall::name);
+        askFact(node, &AtspiRecord::role, &AtspiReply::number, AtspiCall::role);
+        askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
         // Which interfaces an object has does not change: read once, as libatspi does.
         if (!record.interfaces.ok()) {
-            askFact(node, &AtspiRecord::interfaces, AtspiCall::interfaces);
+            askFact(node, &AtspiRecord::interfaces, &AtspiReply::interfaces, AtspiCall::interfaces);
         }
-        askFact(node, &AtspiRecord::states, AtspiCall::states);
+        askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
     }
-    askFact(node, &AtspiRecord::accessibleId, AtspiCall::accessibleId);
+    askFact(node, &AtspiRecord::accessibleId, &AtspiReply::text, AtspiCall::accessibleId);
     if (!record.children.known()) {
         record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
         ask(node, AtspiRequest{AtspiCall::children, node->address},
@@ -365,7 +349,7 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
 
 void Snapshot::refetch(const std::shared_ptr<Node>& node) {
     ++node->generation;
-    Fetched<std::vector<std::string>> interfaces = node->record.interfaces;
+    Fetched<AtspiInterfaces> interfaces = node->record.interfaces;
     node->record = AtspiRecord{};
     if (interfaces.ok()) {
         node->record.interfaces = std::move(interfaces);
@@ -432,22 +416,25 @@ void Snapshot::advance(const std::shared_ptr<Node>& node) {
     // Only objects with a Component have extents (asking others makes toolkits
     // complain), so the extents wait for the interfaces.
     if (record.extents.state == Fetched<AtspiExtents>::State::unasked &&
-        hasInterface(record, kAtspiComponentInterface)) {
-        askFact(node, &AtspiRecord::extents, AtspiCall::extents);
+        hasInterface(record, kAtspiComponent)) {
+        askFact(node, &AtspiRecord::extents, &AtspiReply::extents, AtspiCall::extents);
     }
 
     switch (valueSource(record)) {
         case ValueSource::currentValue:
             if (record.currentValue.state == Fetched<double>::State::unasked) {
-                askFact(node, &AtspiRecord::currentValue, AtspiCall::currentValue);
+                askFact(node, &AtspiRecord::currentValue, &AtspiReply::real,
+                        AtspiCall::currentValue);
             }
             break;
         case ValueSource::text:
             if (record.characterCount.state == Fetched<int32_t>::State::unasked) {
-                askFact(node, &AtspiRecord::characterCount, AtspiCall::characterCount);
+                askFact(node, &AtspiRecord::characterCount, &AtspiReply::integer,
+                        AtspiCall::characterCount);
             } else if (record.characterCount.ok() &&
                        record.text.state == Fetched<std::string>::State::unasked) {
-                askFact(node, &AtspiRecord::text, AtspiCall::text, 0, record.characterCount.value);
+                askFact(node, &AtspiRecord::text, &AtspiReply::text, AtspiCall::text, 0,
+                        record.characterCount.value);
             }
             break;
         default:

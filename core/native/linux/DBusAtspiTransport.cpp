@@ -134,13 +134,15 @@ bool readStates(DBusBodyReader& reader, AtspiStateBits& out) {
     });
 }
 
-bool readStrings(DBusBodyReader& reader, std::vector<std::string>& out) {
+// A list of interface names, as the bits of those the reader uses.
+bool readInterfaces(DBusBodyReader& reader, AtspiInterfaces& out) {
+    out = 0;
     return readArray(reader, 4, [&] {
-        std::string_view value;
-        if (!reader.string(value)) {
+        std::string_view name;
+        if (!reader.string(name)) {
             return false;
         }
-        out.emplace_back(value);
+        out |= interfaceNamed(name);
         return true;
     });
 }
@@ -154,7 +156,7 @@ bool readCacheItem(DBusBodyReader& reader, AtspiCacheItem& item) {
     if (!reader.beginStruct() || !readAddress(reader, item.object) ||
         !readAddress(reader, application) || !readAddress(reader, item.parent) ||
         !reader.int32(item.indexInParent) || !reader.int32(item.childCount) ||
-        !readStrings(reader, item.interfaces) || !reader.string(name) ||
+        !readInterfaces(reader, item.interfaces) || !reader.string(name) ||
         !reader.uint32(item.role) || !reader.string(description) ||
         !readStates(reader, item.states)) {
         return false;
@@ -195,7 +197,7 @@ AtspiReply parseReply(AtspiCall call, const DBusMessageView& message) {
                  reader.float64(reply.real);
             break;
         case AtspiCall::interfaces:
-            ok = signature == "as" && readStrings(reader, reply.strings);
+            ok = signature == "as" && readInterfaces(reader, reply.interfaces);
             break;
         case AtspiCall::states:
             ok = signature == "au" && readStates(reader, reply.states);

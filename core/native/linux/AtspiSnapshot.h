@@ -25,7 +25,7 @@
 // visits them. A stream starts when one of its elements is first read. It then
 // keeps requested-but-unread elements ahead of the reads, but never more than the
 // look-ahead: 8 elements plus one per element already read in the stream, at most
-// 128 (kMaxLookAhead), and never deeper than 60 levels below the application (a
+// 128, and never deeper than 60 levels below the application (a
 // walk records nothing deeper). So when a walk stops - its budget spent - at most
 // 128 elements of that stream were fetched in vain. A stream whose elements are
 // never read fetches nothing.
@@ -37,6 +37,12 @@
 // application caches, so that the remaining elements need only their identifier,
 // extents and value. The cache answer is one request, but it lists every object
 // the application caches, not only those the walk will reach.
+//
+// Sending and waiting. Requests are sent every few elements read, and then what
+// has come back is taken in, so that the application always has work queued
+// while the walk reads what is ready. When the walk catches up with the
+// application, it waits for a batch of the elements asked for ahead rather than
+// for the one it needs, so as not to wake for every answer.
 //
 // Freshness. Each answer of a record is given once (the value twice, as the walk
 // reads it twice); asking again fetches the element afresh, so a reader polling
@@ -51,11 +57,11 @@ namespace velmora::native::freedesktop {
 
 struct AtspiSnapshotTuning {
     int minLookAhead = 8;
-    int maxLookAhead = 128;  // kMaxLookAhead
-    int cacheAfter = 32;     // elements read in a stream before it asks the cache
-    int deepest = 60;        // the deepest level below the application fetched ahead
-    int pumpEvery = 8;       // elements read between sending and taking in answers
-    int waitForBatch = 16;   // elements asked for ahead that one wait lets come in
+    int maxLookAhead = 128;
+    int cacheAfter = 32;    // elements read in a stream before it asks the cache
+    int deepest = 60;       // the deepest level below the application fetched ahead
+    int pumpEvery = 8;      // elements read between sending and taking in answers
+    int waitForBatch = 16;  // elements asked for ahead that one wait lets come in
 };
 
 // The application element of a new snapshot; nothing is sent before a read.

@@ -81,6 +81,7 @@ class Fixture {
     ~Fixture() {
         if (processId_ > 0) {
             kill(processId_, SIGTERM);
+            kill(processId_, SIGCONT);  // a stopped fixture takes the signal once it runs
             waitpid(processId_, nullptr, 0);
         }
     }
@@ -197,6 +198,48 @@ TEST_F(SnapshotEquality, FixtureWalkedTwiceThroughItsWindows) {
     ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
     // The application element, its window's subtree, then the window again.
     expectSameSnapshots(kFixtureId, 1 + 2 * 399);
+}
+
+double secondsOf(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+TEST_F(SnapshotEquality, AHungApplicationCostsATimeOutNotOnePerRead) {
+    Fixture fixture(300);
+    ASSERT_TRUE(fixture.ready());
+    ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
+    AXCGDriver fast(*pipelined, kNodeBudget, 1.5);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+
+    ASSERT_EQ(kill(fixture.processId(), SIGSTOP), 0);
+    std::vector<ElementInfo> fastResult;
+    std::vector<ElementInfo> slowResult;
+    const double fastSeconds =
+        secondsOf([&] { fastResult = fast.query(kFixtureId, std::nullopt, true); });
+    const double slowSeconds =
+        secondsOf([&] { slowResult = slow.query(kFixtureId, std::nullopt, true); });
+    ASSERT_EQ(kill(fixture.processId(), SIGCONT), 0);
+
+    // Every read failed alike: the application element alone, with nothing known.
+    ElementInfo unknown;
+    unknown.role = "AXUnknown";
+    EXPECT_EQ(slowResult, std::vector<ElementInfo>{unknown});
+    EXPECT_EQ(fastResult, slowResult);
+    // One read at a time waits out the 2.5 s limit for every read; pipelined, the
+    // application element's reads wait it out together (after the unanswered
+    // request for a direct connection).
+    EXPECT_GT(slowSeconds, 20.0);
+    EXPECT_LT(fastSeconds, 8.0);
+
+    // Running again, it is read in full, over a direct connection again.
+    ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
+    const auto before = DBusAtspiTransport::processStatistics();
+    EXPECT_EQ(fast.query(kFixtureId, std::nullopt, true),
+              slow.query(kFixtureId, std::nullopt, true));
+    const auto& after = DBusAtspiTransport::processStatistics();
+    EXPECT_EQ(after.directRequests - before.directRequests, after.requests - before.requests);
 }
 
 TEST_F(SnapshotEquality, Galculator) {

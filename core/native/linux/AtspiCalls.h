@@ -101,6 +101,7 @@ struct AtspiRequest {
 // then no other field is meaningful.
 struct AtspiReply {
     bool ok = false;
+    bool unanswered = false;  // a failure because no answer came (in time)
     uint32_t number = 0;
     int32_t integer = 0;
     double real = 0;
@@ -112,6 +113,11 @@ struct AtspiReply {
     std::vector<AtspiCacheItem> items;
 
     static AtspiReply failure() { return {}; }
+    static AtspiReply noAnswer() {
+        AtspiReply reply;
+        reply.unanswered = true;
+        return reply;
+    }
 };
 
 using AtspiReplyHandler = std::function<void(const AtspiReply& reply)>;

@@ -431,13 +431,18 @@ void DBusAtspiTransport::connect(const std::string& busName) {
         call.member = "GetApplicationBusAddress";
         std::optional<std::string> address;
         bool answered = false;
+        bool unanswered = false;
         queue(*bus, call, AtspiCall::text, [&](const AtspiReply& reply) {
             answered = true;
+            unanswered = reply.unanswered;
             if (reply.ok) {
                 address = reply.text;
             }
         });
         while (!answered && pump(true)) {
+        }
+        if (unanswered) {
+            return;  // a hung application: over the bus for now, asked again next time
         }
         if (address && !address->empty()) {
             if (DBusConnection* connection = openPrivate(*address, false)) {
@@ -578,7 +583,7 @@ int DBusAtspiTransport::expire() {
     }
     totals().unanswered += expired.size();
     for (auto& handler : expired) {
-        handler(AtspiReply::failure());
+        handler(AtspiReply::noAnswer());
     }
     return static_cast<int>(expired.size());
 }

@@ -21,6 +21,10 @@ using native::Platform;
 // The size of the X screen, read straight from the server; zeros without one.
 std::pair<int, int> screenSize();
 
+// The process (_NET_WM_PID) owning the window that holds the X input focus, or
+// the nearest ancestor that names one; 0 when none does.
+int32_t inputFocusProcessId();
+
 // How many keycodes the server's keyboard mapping binds to any keysym.
 int mappedKeycodes();
 

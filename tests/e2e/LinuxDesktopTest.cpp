@@ -60,6 +60,18 @@ class LinuxDesktop : public ::testing::Test {
         return read.value->number;
     }
 
+    // Activates the application and waits until it is in front and the X server
+    // routes the keyboard to it, so that no input reaches it before its focus does.
+    bool bringToFront(int32_t processId, const std::string& bundleId) {
+        platform->activateApplication(processId, 0);
+        return waitUntil(
+            [&] {
+                return platform->frontmostApplicationBundleId() == bundleId &&
+                       inputFocusProcessId() == processId;
+            },
+            10);
+    }
+
     // The text of galculator's display.
     std::string calculatorDisplay(int32_t processId) {
         auto display = findNode(*platform, launched->application(processId), "AXTextArea");
@@ -329,7 +341,8 @@ TEST_F(LinuxDesktop, ElementsReadWithMacRolesFramesAndValues) {
 TEST_F(LinuxDesktop, ClicksPressButtons) {
     int32_t pid = launched->launch("galculator");
     ASSERT_NE(pid, 0);
-    platform->activateApplication(pid, 0);
+    ASSERT_TRUE(bringToFront(pid, "galculator"))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
     AXElement application = launched->application(pid);
     auto seven = findNode(*platform, application, "AXToggleButton", "7");
     auto eight = findNode(*platform, application, "AXToggleButton", "8");
@@ -347,7 +360,8 @@ TEST_F(LinuxDesktop, ClicksPressButtons) {
 TEST_F(LinuxDesktop, DoubleClickSelectsAWord) {
     int32_t pid = launched->launch("org.xfce.mousepad");
     ASSERT_NE(pid, 0);
-    platform->activateApplication(pid, 0);
+    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
     AXElement application = launched->application(pid);
     auto editor = findNode(*platform, application, "AXTextArea");
     ASSERT_TRUE(editor && editor->frame);
@@ -381,7 +395,8 @@ TEST_F(LinuxDesktop, DoubleClickSelectsAWord) {
 TEST_F(LinuxDesktop, TypedUnicodeTextReadsBackAsTheValue) {
     int32_t pid = launched->launch("org.xfce.mousepad");
     ASSERT_NE(pid, 0);
-    platform->activateApplication(pid, 0);
+    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
     AXElement application = launched->application(pid);
     auto editor = findNode(*platform, application, "AXTextArea");
     ASSERT_TRUE(editor && editor->frame);
@@ -434,7 +449,8 @@ TEST_F(LinuxDesktop, SpareKeycodesAreRestoredWhenTheProcessExits) {
 TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
     int32_t pid = launched->launch("org.xfce.mousepad");
     ASSERT_NE(pid, 0);
-    platform->activateApplication(pid, 0);
+    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
     AXElement application = launched->application(pid);
     auto editor = findNode(*platform, application, "AXTextArea");
     ASSERT_TRUE(editor && editor->frame);
@@ -486,7 +502,8 @@ TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
 TEST_F(LinuxDesktop, ScrollEventsMoveTheView) {
     int32_t pid = launched->launch("org.xfce.mousepad");
     ASSERT_NE(pid, 0);
-    platform->activateApplication(pid, 0);
+    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
+        << platform->frontmostApplicationBundleId().value_or("(none)");
     AXElement application = launched->application(pid);
     auto editor = findNode(*platform, application, "AXTextArea");
     ASSERT_TRUE(editor && editor->frame);

@@ -6,7 +6,8 @@ namespace velmora::native::freedesktop {
 
 namespace {
 
-constexpr int64_t kMaxMessageLength = int64_t{1} << 27;  // 128 MiB, the largest message the D-Bus wire protocol allows
+constexpr int64_t kMaxMessageLength =
+    int64_t{1} << 27;  // 128 MiB, the largest message the D-Bus wire protocol allows
 constexpr uint32_t kMaxArrayLength = uint32_t{1} << 26;  // 64 MiB
 
 uint32_t decode32(const char* at, bool bigEndian) {

@@ -72,6 +72,32 @@ class LinuxDesktop : public ::testing::Test {
             10);
     }
 
+    // mousepad, launched, in front and holding the keyboard, with its text area.
+    struct Editor : Node {
+        int32_t processId = 0;
+        AXElement application;
+    };
+    std::optional<Editor> openEditor() {
+        Editor editor;
+        editor.processId = launched->launch("org.xfce.mousepad");
+        if (editor.processId == 0) {
+            return std::nullopt;
+        }
+        if (!bringToFront(editor.processId, "org.xfce.mousepad")) {
+            ADD_FAILURE() << "mousepad did not come to the front; frontmost: "
+                          << platform->frontmostApplicationBundleId().value_or("(none)");
+            return std::nullopt;
+        }
+        editor.application = launched->application(editor.processId);
+        auto area = findNode(*platform, editor.application, "AXTextArea");
+        if (!area || !area->frame) {
+            ADD_FAILURE() << "mousepad shows no text area with a frame";
+            return std::nullopt;
+        }
+        static_cast<Node&>(editor) = *area;
+        return editor;
+    }
+
     // The text of galculator's display.
     std::string calculatorDisplay(int32_t processId) {
         auto display = findNode(*platform, launched->application(processId), "AXTextArea");
@@ -358,13 +384,8 @@ TEST_F(LinuxDesktop, ClicksPressButtons) {
 }
 
 TEST_F(LinuxDesktop, DoubleClickSelectsAWord) {
-    int32_t pid = launched->launch("org.xfce.mousepad");
-    ASSERT_NE(pid, 0);
-    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
-        << platform->frontmostApplicationBundleId().value_or("(none)");
-    AXElement application = launched->application(pid);
-    auto editor = findNode(*platform, application, "AXTextArea");
-    ASSERT_TRUE(editor && editor->frame);
+    auto editor = openEditor();
+    ASSERT_TRUE(editor);
     click(*platform, centre(*editor->frame));
     auto value = [&] { return textAttribute(*platform, editor->element, "AXValue"); };
 
@@ -393,13 +414,8 @@ TEST_F(LinuxDesktop, DoubleClickSelectsAWord) {
 }
 
 TEST_F(LinuxDesktop, TypedUnicodeTextReadsBackAsTheValue) {
-    int32_t pid = launched->launch("org.xfce.mousepad");
-    ASSERT_NE(pid, 0);
-    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
-        << platform->frontmostApplicationBundleId().value_or("(none)");
-    AXElement application = launched->application(pid);
-    auto editor = findNode(*platform, application, "AXTextArea");
-    ASSERT_TRUE(editor && editor->frame);
+    auto editor = openEditor();
+    ASSERT_TRUE(editor);
     EXPECT_EQ(textAttribute(*platform, editor->element, "AXValue"), "");
     click(*platform, centre(*editor->frame));
 
@@ -447,13 +463,9 @@ TEST_F(LinuxDesktop, SpareKeycodesAreRestoredWhenTheProcessExits) {
 }
 
 TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
-    int32_t pid = launched->launch("org.xfce.mousepad");
-    ASSERT_NE(pid, 0);
-    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
-        << platform->frontmostApplicationBundleId().value_or("(none)");
-    AXElement application = launched->application(pid);
-    auto editor = findNode(*platform, application, "AXTextArea");
-    ASSERT_TRUE(editor && editor->frame);
+    auto editor = openEditor();
+    ASSERT_TRUE(editor);
+    const AXElement& application = editor->application;
     click(*platform, centre(*editor->frame));
     typeText(*platform, u"select me");
     ASSERT_TRUE(waitUntil(
@@ -500,13 +512,9 @@ TEST_F(LinuxDesktop, KeyChordsReachTheApplication) {
 }
 
 TEST_F(LinuxDesktop, ScrollEventsMoveTheView) {
-    int32_t pid = launched->launch("org.xfce.mousepad");
-    ASSERT_NE(pid, 0);
-    ASSERT_TRUE(bringToFront(pid, "org.xfce.mousepad"))
-        << platform->frontmostApplicationBundleId().value_or("(none)");
-    AXElement application = launched->application(pid);
-    auto editor = findNode(*platform, application, "AXTextArea");
-    ASSERT_TRUE(editor && editor->frame);
+    auto editor = openEditor();
+    ASSERT_TRUE(editor);
+    const AXElement& application = editor->application;
     click(*platform, centre(*editor->frame));
 
     // Enough lines to scroll, typed as one event; the view follows the caret

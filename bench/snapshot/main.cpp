@@ -39,6 +39,7 @@
 #include <thread>
 #include <vector>
 
+#include "agent/Modes.h"
 #include "bench/snapshot/BaselineReader.h"
 #include "core/native/AXCGDriver.h"
 #include "core/native/linux/DBusAtspiTransport.h"
@@ -54,7 +55,6 @@ using native::freedesktop::AtspiReads;
 using native::freedesktop::DBusAtspiTransport;
 using native::freedesktop::LinuxPlatform;
 
-constexpr int64_t kNodeBudget = 3000;  // as the agent's entry point fixes it
 constexpr const char* kFixtureId = "velmora-fixture-tree";
 
 double now() {
@@ -426,9 +426,9 @@ struct Readers {
 Row benchmark(const std::string& target, const std::string& id, int32_t processId, Helpers helpers,
               double seconds, Readers readers) {
     LinuxPlatform platform(AtspiReads::pipelined);
-    AXCGDriver driver(platform, kNodeBudget, 1.5);
+    AXCGDriver driver(platform, kNodeBudget, kFocusTimeoutSeconds);
     LinuxPlatform busPlatform(AtspiReads::pipelinedOverTheBus);
-    AXCGDriver busDriver(busPlatform, kNodeBudget, 1.5);
+    AXCGDriver busDriver(busPlatform, kNodeBudget, kFocusTimeoutSeconds);
     const Query agent = [&] { return driver.query(id, std::nullopt, true); };
     const Query agentOverTheBus = [&] { return busDriver.query(id, std::nullopt, true); };
     const Query baseline = [&] { return baselineQuery(processId, kNodeBudget); };
@@ -629,7 +629,7 @@ int main(int argc, char** argv) {
     std::printf(
         "Query without selector, node budget %lld. Agent: the pipelined reader (%s);\n"
         "baseline: one synchronous libatspi call per read. Accessibility bus daemon: %s.\n",
-        static_cast<long long>(kNodeBudget), "AXCGDriver over LinuxPlatform",
+        static_cast<long long>(velmora::kNodeBudget), "AXCGDriver over LinuxPlatform",
         bus > 0 ? ("pid " + std::to_string(bus)).c_str() : "not found");
 
     std::vector<Row> rows;

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <memory>
 
+#include "agent/Modes.h"
 #include "core/native/AXCGDriver.h"
 #include "core/native/linux/DBusAtspiTransport.h"
 #include "core/native/linux/LinuxPlatform.h"
@@ -31,7 +32,6 @@ using native::freedesktop::AtspiReads;
 using native::freedesktop::DBusAtspiTransport;
 using native::freedesktop::LinuxPlatform;
 
-constexpr int64_t kNodeBudget = 3000;  // as the agent builds its driver
 constexpr const char* kFixtureId = "velmora-fixture-tree";
 
 // velmora-fixture-tree with a given number of elements, ended (by its process id)
@@ -134,8 +134,8 @@ class SnapshotEquality : public ::testing::Test {
     // over for the fast one, so that a difference is the readers' and not the
     // application's changing in between.
     void expectSameSnapshots(const std::string& id, size_t expectedElements) {
-        AXCGDriver fast(*pipelined, kNodeBudget, 1.5);
-        AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+        AXCGDriver fast(*pipelined, kNodeBudget, kFocusTimeoutSeconds);
+        AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
         const auto before = fast.query(id, std::nullopt, true);
         const auto reference = slow.query(id, std::nullopt, true);
         const auto after = fast.query(id, std::nullopt, true);
@@ -174,7 +174,7 @@ TEST_F(SnapshotEquality, FixtureLargerThanTheBudget) {
     expectSameSnapshots(kFixtureId, kNodeBudget);
 
     // What was compared holds every kind of value and frame.
-    AXCGDriver fast(*pipelined, kNodeBudget, 1.5);
+    AXCGDriver fast(*pipelined, kNodeBudget, kFocusTimeoutSeconds);
     const auto elements = fast.query(kFixtureId, std::nullopt, true);
     EXPECT_GT(
         count(elements,
@@ -210,8 +210,8 @@ TEST_F(SnapshotEquality, AHungApplicationCostsATimeOutNotOnePerRead) {
     Fixture fixture(300);
     ASSERT_TRUE(fixture.ready());
     ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
-    AXCGDriver fast(*pipelined, kNodeBudget, 1.5);
-    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    AXCGDriver fast(*pipelined, kNodeBudget, kFocusTimeoutSeconds);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
 
     ASSERT_EQ(kill(fixture.processId(), SIGSTOP), 0);
     std::vector<ElementInfo> fastResult;
@@ -245,7 +245,7 @@ TEST_F(SnapshotEquality, AHungApplicationCostsATimeOutNotOnePerRead) {
 TEST_F(SnapshotEquality, Galculator) {
     const int32_t processId = launched->launch("galculator");
     ASSERT_NE(processId, 0);
-    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
     const size_t elements = slow.query("galculator", std::nullopt, true).size();
     ASSERT_GT(elements, 50u);
     const auto before = DBusAtspiTransport::processStatistics();
@@ -261,7 +261,7 @@ TEST_F(SnapshotEquality, OverTheBusWhereThereIsNoDirectConnection) {
     const int32_t processId = launched->launch("galculator");
     ASSERT_NE(processId, 0);
     pipelined = std::make_unique<LinuxPlatform>(AtspiReads::pipelinedOverTheBus);
-    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
     const size_t elements = slow.query("galculator", std::nullopt, true).size();
     ASSERT_GT(elements, 50u);
     const auto before = DBusAtspiTransport::processStatistics();
@@ -274,7 +274,7 @@ TEST_F(SnapshotEquality, OverTheBusWhereThereIsNoDirectConnection) {
 TEST_F(SnapshotEquality, Mousepad) {
     const int32_t processId = launched->launch("org.xfce.mousepad");
     ASSERT_NE(processId, 0);
-    AXCGDriver slow(*oneAtATime, kNodeBudget, 1.5);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
     const size_t elements = slow.query("org.xfce.mousepad", std::nullopt, true).size();
     ASSERT_GT(elements, 100u);
     expectSameSnapshots("org.xfce.mousepad", elements);

@@ -7,7 +7,7 @@
 #include <optional>
 #include <string>
 
-#include "core/native/linux/RoleNames.h"
+#include "core/native/linux/atspi/RoleNames.h"
 
 namespace velmora::bench {
 

@@ -42,8 +42,8 @@
 #include "agent/Modes.h"
 #include "bench/snapshot/BaselineReader.h"
 #include "core/native/AXCGDriver.h"
-#include "core/native/linux/DBusAtspiTransport.h"
 #include "core/native/linux/LinuxPlatform.h"
+#include "core/native/linux/atspi/DBusAtspiTransport.h"
 
 extern char** environ;
 

@@ -7,8 +7,8 @@
 
 #include <climits>
 
-#include "core/native/linux/AtspiCacheIndex.h"
-#include "core/native/linux/AtspiRecord.h"
+#include "core/native/linux/atspi/AtspiCacheIndex.h"
+#include "core/native/linux/atspi/AtspiRecord.h"
 
 namespace velmora::native::freedesktop {
 namespace {

@@ -12,7 +12,7 @@
 #include <set>
 
 #include "core/native/AXCGDriver.h"
-#include "core/native/linux/AtspiSnapshot.h"
+#include "core/native/linux/atspi/AtspiSnapshot.h"
 #include "tests/support/ScriptedPlatform.h"
 
 namespace velmora::native::freedesktop {

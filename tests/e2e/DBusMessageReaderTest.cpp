@@ -7,7 +7,7 @@
 
 #include <functional>
 
-#include "core/native/linux/DBusMessageReader.h"
+#include "core/native/linux/atspi/DBusMessageReader.h"
 
 namespace velmora::native::freedesktop {
 namespace {

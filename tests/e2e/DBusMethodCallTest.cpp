@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-#include "core/native/linux/DBusMethodCall.h"
+#include "core/native/linux/atspi/DBusMethodCall.h"
 
 namespace velmora::native::freedesktop {
 namespace {

@@ -7,11 +7,11 @@
 #include <X11/XF86keysym.h>
 #include <X11/keysym.h>
 
-#include "core/native/linux/ApplicationIdentity.h"
-#include "core/native/linux/KeyTranslation.h"
 #include "core/native/linux/PngEncoder.h"
-#include "core/native/linux/RoleNames.h"
-#include "core/native/linux/X11Connection.h"
+#include "core/native/linux/atspi/RoleNames.h"
+#include "core/native/linux/desktop/ApplicationIdentity.h"
+#include "core/native/linux/x11/KeyTranslation.h"
+#include "core/native/linux/x11/X11Connection.h"
 
 namespace velmora::native::freedesktop {
 namespace {

@@ -18,8 +18,8 @@
 
 #include "agent/Modes.h"
 #include "core/native/AXCGDriver.h"
-#include "core/native/linux/DBusAtspiTransport.h"
 #include "core/native/linux/LinuxPlatform.h"
+#include "core/native/linux/atspi/DBusAtspiTransport.h"
 #include "tests/e2e/DesktopSupport.h"
 
 extern char** environ;

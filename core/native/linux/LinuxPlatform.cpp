@@ -9,9 +9,9 @@
 #include "core/native/linux/ConditionSemaphore.h"
 #include "core/native/linux/PngEncoder.h"
 #include "core/native/linux/PosixFiles.h"
-#include "core/native/linux/SpawnedProcess.h"
-#include "core/native/linux/SyntheticEvent.h"
-#include "core/native/linux/X11Capture.h"
+#include "core/native/linux/desktop/SpawnedProcess.h"
+#include "core/native/linux/x11/SyntheticEvent.h"
+#include "core/native/linux/x11/X11Capture.h"
 
 namespace velmora::native {
 

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "core/native/Platform.h"
-#include "core/native/linux/AtspiAccessibility.h"
-#include "core/native/linux/DesktopWorkspace.h"
-#include "core/native/linux/X11Connection.h"
-#include "core/native/linux/X11Input.h"
+#include "core/native/linux/atspi/AtspiAccessibility.h"
+#include "core/native/linux/desktop/DesktopWorkspace.h"
+#include "core/native/linux/x11/X11Connection.h"
+#include "core/native/linux/x11/X11Input.h"
 
 namespace velmora::native::freedesktop {
 

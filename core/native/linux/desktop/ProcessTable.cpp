@@ -1,4 +1,4 @@
-#include "core/native/linux/ProcessTable.h"
+#include "core/native/linux/desktop/ProcessTable.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "core/native/linux/AtspiAccessibility.h"
+#include "core/native/linux/atspi/AtspiAccessibility.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -6,11 +6,11 @@
 
 #include <atspi/atspi.h>
 
-#include "core/native/linux/AtspiSnapshot.h"
-#include "core/native/linux/DBusAtspiTransport.h"
 #include "core/native/linux/GLibLogging.h"
-#include "core/native/linux/RoleNames.h"
-#include "core/native/linux/X11Connection.h"
+#include "core/native/linux/atspi/AtspiSnapshot.h"
+#include "core/native/linux/atspi/DBusAtspiTransport.h"
+#include "core/native/linux/atspi/RoleNames.h"
+#include "core/native/linux/x11/X11Connection.h"
 
 namespace velmora::native::freedesktop {
 

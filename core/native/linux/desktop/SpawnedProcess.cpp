@@ -1,4 +1,4 @@
-#include "core/native/linux/SpawnedProcess.h"
+#include "core/native/linux/desktop/SpawnedProcess.h"
 
 #include <cerrno>
 

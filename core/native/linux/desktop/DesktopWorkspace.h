@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/native/Platform.h"
-#include "core/native/linux/X11Connection.h"
+#include "core/native/linux/x11/X11Connection.h"
 
 namespace velmora::native::freedesktop {
 

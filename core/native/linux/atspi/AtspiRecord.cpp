@@ -1,11 +1,11 @@
-#include "core/native/linux/AtspiRecord.h"
+#include "core/native/linux/atspi/AtspiRecord.h"
 
 #include <algorithm>
 #include <climits>
 
 #include <atspi/atspi-constants.h>
 
-#include "core/native/linux/RoleNames.h"
+#include "core/native/linux/atspi/RoleNames.h"
 
 namespace velmora::native::freedesktop {
 

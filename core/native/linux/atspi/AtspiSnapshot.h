@@ -4,7 +4,7 @@
 #include <string>
 
 #include "core/native/Platform.h"
-#include "core/native/linux/AtspiCalls.h"
+#include "core/native/linux/atspi/AtspiCalls.h"
 
 // The pipelined reader of one application's accessibility tree.
 //

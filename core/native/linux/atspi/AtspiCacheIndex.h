@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "core/native/linux/AtspiCalls.h"
+#include "core/native/linux/atspi/AtspiCalls.h"
 
 namespace velmora::native::freedesktop {
 

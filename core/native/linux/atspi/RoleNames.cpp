@@ -1,4 +1,4 @@
-#include "core/native/linux/RoleNames.h"
+#include "core/native/linux/atspi/RoleNames.h"
 
 #include <cctype>
 

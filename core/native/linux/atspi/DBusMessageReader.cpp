@@ -1,4 +1,4 @@
-#include "core/native/linux/DBusMessageReader.h"
+#include "core/native/linux/atspi/DBusMessageReader.h"
 
 #include <cstring>
 

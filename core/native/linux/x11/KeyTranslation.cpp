@@ -1,4 +1,4 @@
-#include "core/native/linux/KeyTranslation.h"
+#include "core/native/linux/x11/KeyTranslation.h"
 
 #include <cstdlib>
 #include <utility>

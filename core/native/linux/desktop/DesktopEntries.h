@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "core/native/linux/ApplicationIdentity.h"
+#include "core/native/linux/desktop/ApplicationIdentity.h"
 
 // Installed applications, as GIO finds their desktop entries in the XDG data
 // directories, and launching them.

@@ -7,7 +7,7 @@
 
 #include "core/native/Platform.h"
 #include "core/native/linux/RgbImage.h"
-#include "core/native/linux/X11Connection.h"
+#include "core/native/linux/x11/X11Connection.h"
 
 // Screen capture on an X11 desktop.
 //

@@ -1,4 +1,4 @@
-#include "core/native/linux/DBusAtspiTransport.h"
+#include "core/native/linux/atspi/DBusAtspiTransport.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,8 +13,8 @@
 
 #include <dbus/dbus.h>
 
-#include "core/native/linux/DBusMessageReader.h"
-#include "core/native/linux/DBusMethodCall.h"
+#include "core/native/linux/atspi/DBusMessageReader.h"
+#include "core/native/linux/atspi/DBusMethodCall.h"
 
 namespace velmora::native::freedesktop {
 

@@ -1,4 +1,4 @@
-#include "core/native/linux/X11Windows.h"
+#include "core/native/linux/x11/X11Windows.h"
 
 #include <X11/Xatom.h>
 #include <X11/Xutil.h>

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "core/native/linux/ApplicationIdentity.h"
-#include "core/native/linux/X11Windows.h"
+#include "core/native/linux/desktop/ApplicationIdentity.h"
+#include "core/native/linux/x11/X11Windows.h"
 
 // The running processes as /proc shows them.
 

@@ -1,4 +1,4 @@
-#include "core/native/linux/DesktopEntries.h"
+#include "core/native/linux/desktop/DesktopEntries.h"
 
 #include <cerrno>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "core/native/linux/X11Input.h"
+#include "core/native/linux/x11/X11Input.h"
 
 #include <algorithm>
 #include <cmath>
@@ -10,7 +10,7 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
-#include "core/native/linux/KeyTranslation.h"
+#include "core/native/linux/x11/KeyTranslation.h"
 
 namespace velmora::native::freedesktop {
 

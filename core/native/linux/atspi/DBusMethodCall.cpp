@@ -1,4 +1,4 @@
-#include "core/native/linux/DBusMethodCall.h"
+#include "core/native/linux/atspi/DBusMethodCall.h"
 
 #include <cstring>
 

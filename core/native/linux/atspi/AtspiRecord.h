@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "core/native/Platform.h"
-#include "core/native/linux/AtspiCalls.h"
+#include "core/native/linux/atspi/AtspiCalls.h"
 
 // What the pipelined reader knows about one accessible element, and how each
 // attribute the driver reads is answered from it.

@@ -1,4 +1,4 @@
-#include "core/native/linux/AtspiSnapshot.h"
+#include "core/native/linux/atspi/AtspiSnapshot.h"
 
 #include <algorithm>
 #include <array>
@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/native/linux/AtspiCacheIndex.h"
-#include "core/native/linux/AtspiRecord.h"
+#include "core/native/linux/atspi/AtspiCacheIndex.h"
+#include "core/native/linux/atspi/AtspiRecord.h"
 
 namespace velmora::native::freedesktop {
 

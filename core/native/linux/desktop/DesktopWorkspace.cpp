@@ -1,12 +1,12 @@
-#include "core/native/linux/DesktopWorkspace.h"
+#include "core/native/linux/desktop/DesktopWorkspace.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/native/linux/ApplicationIdentity.h"
-#include "core/native/linux/DesktopEntries.h"
-#include "core/native/linux/ProcessTable.h"
-#include "core/native/linux/X11Windows.h"
+#include "core/native/linux/desktop/ApplicationIdentity.h"
+#include "core/native/linux/desktop/DesktopEntries.h"
+#include "core/native/linux/desktop/ProcessTable.h"
+#include "core/native/linux/x11/X11Windows.h"
 
 namespace velmora::native::freedesktop {
 

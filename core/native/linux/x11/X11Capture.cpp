@@ -1,4 +1,4 @@
-#include "core/native/linux/X11Capture.h"
+#include "core/native/linux/x11/X11Capture.h"
 
 #include <bit>
 #include <system_error>

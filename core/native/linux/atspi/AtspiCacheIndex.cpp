@@ -1,4 +1,4 @@
-#include "core/native/linux/AtspiCacheIndex.h"
+#include "core/native/linux/atspi/AtspiCacheIndex.h"
 
 namespace velmora::native::freedesktop {
 

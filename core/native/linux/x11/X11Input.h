@@ -6,8 +6,8 @@
 
 #include <X11/Xlib.h>
 
-#include "core/native/linux/SyntheticEvent.h"
-#include "core/native/linux/X11Connection.h"
+#include "core/native/linux/x11/SyntheticEvent.h"
+#include "core/native/linux/x11/X11Connection.h"
 
 namespace velmora::native::freedesktop {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "core/native/linux/AtspiCalls.h"
-#include "core/native/linux/DBusMethodCall.h"
+#include "core/native/linux/atspi/AtspiCalls.h"
+#include "core/native/linux/atspi/DBusMethodCall.h"
 
 // The AT-SPI transport over libdbus, for the pipelined reader.
 //

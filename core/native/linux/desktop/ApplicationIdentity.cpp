@@ -1,4 +1,4 @@
-#include "core/native/linux/ApplicationIdentity.h"
+#include "core/native/linux/desktop/ApplicationIdentity.h"
 
 #include <algorithm>
 

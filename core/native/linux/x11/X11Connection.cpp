@@ -1,4 +1,4 @@
-#include "core/native/linux/X11Connection.h"
+#include "core/native/linux/x11/X11Connection.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,10 @@
 // The server's overhead per tool call over the agent's own time. Each round
 // sends one request straight to velmora-agent (a child process, the request on
 // its stdin) and the same action as a tools/call through velmora-mcp, in
-// alternating order, and times both from sending to the answer.
+// alternating order, and times both from sending to the answer. A second pair
+// of servers and agents does the same with a stand-in agent (a shell script
+// that prints a fixed response), so that the server's own cost shows without
+// the desktop's variance.
 //
 //   node overhead.mjs VELMORA_MCP VELMORA_AGENT CALLS
 
@@ -16,9 +19,19 @@ const calls = Number(callsText || 30);
 const target = 'galculator';
 const work = fs.mkdtempSync(path.join(process.env.VELMORA_DESKTOP_DIR || os.tmpdir(), 'mcp-bench-'));
 
-function runAgent(request) {
+const standIn = path.join(work, 'stand-in-agent');
+fs.writeFileSync(standIn, `#!/bin/sh\ncat >/dev/null\ncat <<'JSON'\n${JSON.stringify({
+    protocolVersion: 'velmora.driver_broker.v1', sessionId: 'stand-in', ok: true,
+    receipts: [{
+        action: 'frontmost', binarySha256: 'unavailable', bundleIdentifier: target, frontmostTargetMatch: true,
+        postActionStructuralState: { elementCount: 0, roleHistogram: {} }, receiptId: 'r-1', reversible: true,
+        schema: 'velmora.native_app_runtime_receipt.v1', succeeded: true, ts: '2026-11-16T03:04:05Z',
+    }],
+})}\nJSON\n`, { mode: 0o755 });
+
+function runAgent(request, program = agentPath) {
     return new Promise((resolve, reject) => {
-        const child = spawn(agentPath, ['run'], { stdio: ['pipe', 'pipe', 'ignore'] });
+        const child = spawn(program, ['run'], { stdio: ['pipe', 'pipe', 'ignore'] });
         let out = '';
         child.stdout.on('data', (data) => { out += data; });
         child.on('error', reject);
@@ -27,22 +40,28 @@ function runAgent(request) {
     });
 }
 
-const server = spawn(serverPath, ['--agent', agentPath, '--approve', target,
-    '--audit-log', path.join(work, 'audit.jsonl')], { stdio: ['pipe', 'pipe', 'inherit'] });
-const waiting = new Map();
-readline.createInterface({ input: server.stdout }).on('line', (line) => {
-    const message = JSON.parse(line);
-    waiting.get(message.id)?.(message);
-    waiting.delete(message.id);
-});
 let nextId = 1;
-function send(method, params) {
-    const id = nextId++;
-    return new Promise((resolve) => {
-        waiting.set(id, resolve);
-        server.stdin.write(JSON.stringify({ jsonrpc: '2.0', id, method, params }) + '\n');
+function startServer(agent) {
+    const server = spawn(serverPath, ['--agent', agent, '--approve', target,
+        '--audit-log', path.join(work, 'audit.jsonl')], { stdio: ['pipe', 'pipe', 'inherit'] });
+    const waiting = new Map();
+    readline.createInterface({ input: server.stdout }).on('line', (line) => {
+        const message = JSON.parse(line);
+        waiting.get(message.id)?.(message);
+        waiting.delete(message.id);
     });
+    server.send = (method, params) => {
+        const id = nextId++;
+        return new Promise((resolve) => {
+            waiting.set(id, resolve);
+            server.stdin.write(JSON.stringify({ jsonrpc: '2.0', id, method, params }) + '\n');
+        });
+    };
+    return server;
 }
+const server = startServer(agentPath);
+const standInServer = startServer(standIn);
+const send = (method, params) => server.send(method, params);
 
 function request(actions) {
     return {
@@ -52,6 +71,10 @@ function request(actions) {
 }
 
 const kinds = [
+    {
+        name: 'stand-in', tool: 'frontmost', arguments: { target }, actions: [{ kind: 'frontmost' }],
+        server: standInServer, agent: standIn,
+    },
     { name: 'frontmost', tool: 'frontmost', arguments: { target }, actions: [{ kind: 'frontmost' }] },
     {
         name: 'click',
@@ -70,8 +93,10 @@ const mean = (values) => values.reduce((a, b) => a + b, 0) / values.length;
 
 let launchedPid = null;
 try {
-    await send('initialize', { protocolVersion: '2025-06-18', capabilities: {}, clientInfo: { name: 'bench', version: '1' } });
-    server.stdin.write(JSON.stringify({ jsonrpc: '2.0', method: 'notifications/initialized' }) + '\n');
+    for (const s of [server, standInServer]) {
+        await s.send('initialize', { protocolVersion: '2025-06-18', capabilities: {}, clientInfo: { name: 'bench', version: '1' } });
+        s.stdin.write(JSON.stringify({ jsonrpc: '2.0', method: 'notifications/initialized' }) + '\n');
+    }
     const before = new Set(fs.readdirSync('/proc').filter((name) => /^\d+$/.test(name)));
     await runAgent(request([{ kind: 'launch' }]));
     // Until the keys are there.
@@ -94,11 +119,11 @@ try {
             for (const way of order) {
                 const start = process.hrtime.bigint();
                 if (way === 'direct') {
-                    const { response } = await runAgent(request(kind.actions));
+                    const { response } = await runAgent(request(kind.actions), kind.agent);
                     direct.push(milliseconds(start));
                     if (!response.ok) throw new Error(`agent: ${JSON.stringify(response)}`);
                 } else {
-                    const answer = await send('tools/call', { name: kind.tool, arguments: kind.arguments });
+                    const answer = await (kind.server ?? server).send('tools/call', { name: kind.tool, arguments: kind.arguments });
                     through.push(milliseconds(start));
                     if (answer.result?.isError !== false) throw new Error(`server: ${JSON.stringify(answer)}`);
                 }
@@ -110,8 +135,10 @@ try {
             ` | overhead: median ${median(overhead).toFixed(1)} ms, mean ${mean(overhead).toFixed(1)} ms per call`);
     }
 } finally {
-    server.stdin.end();
-    await new Promise((resolve) => server.on('close', resolve));
+    for (const s of [server, standInServer]) {
+        s.stdin.end();
+        await new Promise((resolve) => s.on('close', resolve));
+    }
     if (launchedPid) process.kill(launchedPid, 'SIGTERM');
     fs.rmSync(work, { recursive: true, force: true });
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,20 @@ namespace velmora::native {
 // launching and activation, screen capture and executable fingerprints, over
 // the platform layer. Every rule lives here; the platform only makes the calls.
 //
-// The driver holds its two settings and nothing else: every operation asks the
-// platform afresh. Time (the current time and every wait) is the platform's.
+// The driver holds its two settings and, for the rest of the process, the
+// applications that stopped answering accessibility reads; everything else it
+// asks the platform afresh. Time (the current time and every wait) is the
+// platform's.
+//
+// An application that stops answering costs one time-out per process, not one
+// per read: a read that fails with kAXErrorCannotComplete after waiting at
+// least kSilentAfter marks its application silent, and the rest of that walk
+// fails at once without asking it. A later walk of a silent application first
+// sets the application element's messaging time-out to kProbeTimeout and makes
+// its first read with it: if that read, too, goes unanswered for the probe's
+// time, every other read of the walk fails at once; if the application answers,
+// it is no longer silent, its time-out is the provider's own again, and the walk
+// reads it normally. Failed reads give what any failed read gives.
 class AXCGDriver : public UIDriver {
   public:
     // Polling interval while waiting for an application to come to the front.
@@ -30,6 +43,13 @@ class AXCGDriver : public UIDriver {
     // Recursion limit of a tree walk: the application element is depth 0.
     static constexpr int kMaxDepth = 60;
     static constexpr const char* kUnknownRole = "AXUnknown";
+
+    // A failed read that waited this long was not answered: the application is
+    // silent. Shorter than the providers' own time-outs (2.5 s on Linux, 6 s on
+    // macOS), longer than any application takes to answer with an error.
+    static constexpr double kSilentAfter = 2.0;
+    // How long the first read of a silent application waits for an answer.
+    static constexpr double kProbeTimeout = 0.25;
 
     // Settling waits after input, in seconds.
     static constexpr double kClickSettle = 0.4;
@@ -72,6 +92,16 @@ class AXCGDriver : public UIDriver {
     void forceActivate(const std::string& bundleId);
 
     // Accessibility reads. None of them reports an error: a failed read is absent.
+    // Every read of one application's walk goes through read(), which keeps the
+    // silent-application rule.
+    struct ReadSession {
+        int32_t processId = 0;
+        AXElement application;
+        bool probing = false;  // the next read is the probe of a silent application
+        bool silent = false;   // the rest of this walk fails at once
+    };
+    void beginReading(int32_t processId, const AXElement& application);
+    AttributeRead read(const AXElement& element, const std::string& name);
     void walk(const AXElement& element, int depth, std::vector<ElementInfo>& out, int64_t& budget);
     std::optional<std::string> stringAttr(const AXElement& element, const std::string& name);
     std::optional<Rect> frame(const AXElement& element);
@@ -80,6 +110,8 @@ class AXCGDriver : public UIDriver {
     Platform& platform_;
     int64_t nodeBudget_;
     double focusTimeout_;
+    std::set<int32_t> silentApplications_;  // by process id, for the rest of the process
+    ReadSession session_;
 };
 
 }  // namespace velmora::native

@@ -20,11 +20,47 @@ bool readSucceeded(const AttributeRead& read) {
     return read.code == kAXErrorSuccess && read.value.has_value();
 }
 
+// A read the application did not answer: it failed the way a time-out fails,
+// after waiting at least `patience` seconds.
+bool unanswered(const AttributeRead& read, double waited, double patience) {
+    return read.code == kAXErrorCannotComplete && waited >= patience;
+}
+
 }  // namespace
+
+void AXCGDriver::beginReading(int32_t processId, const AXElement& application) {
+    session_ = ReadSession{processId, application, false, false};
+    if (silentApplications_.count(processId) != 0) {
+        platform_.setMessagingTimeout(application, kProbeTimeout);
+        session_.probing = true;
+    }
+}
+
+AttributeRead AXCGDriver::read(const AXElement& element, const std::string& name) {
+    if (session_.silent) {
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
+    const double started = platform_.monotonicSeconds();
+    AttributeRead result = platform_.copyAttribute(element, name);
+    const double waited = platform_.monotonicSeconds() - started;
+    if (session_.probing) {
+        session_.probing = false;
+        if (unanswered(result, waited, kProbeTimeout)) {
+            session_.silent = true;
+        } else {
+            silentApplications_.erase(session_.processId);
+            platform_.setMessagingTimeout(session_.application, 0);
+        }
+    } else if (unanswered(result, waited, kSilentAfter)) {
+        silentApplications_.insert(session_.processId);
+        session_.silent = true;
+    }
+    return result;
+}
 
 std::optional<std::string> AXCGDriver::stringAttr(const AXElement& element,
                                                   const std::string& name) {
-    AttributeRead read = platform_.copyAttribute(element, name);
+    AttributeRead read = this->read(element, name);
     if (!readSucceeded(read) || read.value->type != AttributeValue::Type::text) {
         return std::nullopt;
     }
@@ -33,7 +69,7 @@ std::optional<std::string> AXCGDriver::stringAttr(const AXElement& element,
 
 std::vector<AXElement> AXCGDriver::attributeElements(const AXElement& element,
                                                      const std::string& name) {
-    AttributeRead read = platform_.copyAttribute(element, name);
+    AttributeRead read = this->read(element, name);
     if (!readSucceeded(read) || read.value->type != AttributeValue::Type::elementList) {
         return {};
     }
@@ -41,11 +77,11 @@ std::vector<AXElement> AXCGDriver::attributeElements(const AXElement& element,
 }
 
 std::optional<Rect> AXCGDriver::frame(const AXElement& element) {
-    const AttributeRead position = platform_.copyAttribute(element, kPosition);
+    const AttributeRead position = read(element, kPosition);
     if (position.code != kAXErrorSuccess) {
         return std::nullopt;
     }
-    const AttributeRead size = platform_.copyAttribute(element, kSize);
+    const AttributeRead size = read(element, kSize);
     if (!readSucceeded(position) || !readSucceeded(size) ||
         position.value->type != AttributeValue::Type::boxed ||
         size.value->type != AttributeValue::Type::boxed) {
@@ -76,7 +112,7 @@ void AXCGDriver::walk(const AXElement& element, int depth, std::vector<ElementIn
     info.identifier = stringAttr(element, kIdentifier);
     // Whether there is a value at all, of any type, is its own raw read; the text
     // form is a second read, so a number value is present without being text.
-    info.valuePresent = readSucceeded(platform_.copyAttribute(element, kValue));
+    info.valuePresent = readSucceeded(read(element, kValue));
     info.value = stringAttr(element, kValue);
     info.frame = frame(element);
     out.push_back(std::move(info));
@@ -94,6 +130,7 @@ std::vector<ElementInfo> AXCGDriver::query(const std::string& bundleId,
                                            bool includeValues) {
     const RunningApplication app = runningApp(bundleId);
     const AXElement application = platform_.applicationElement(app.processId);
+    beginReading(app.processId, application);
 
     std::vector<ElementInfo> elements;
     int64_t budget = nodeBudget_;
@@ -103,6 +140,8 @@ std::vector<ElementInfo> AXCGDriver::query(const std::string& bundleId,
     for (const AXElement& window : attributeElements(application, kWindows)) {
         walk(window, 1, elements, budget);
     }
+
+    session_ = ReadSession{};
 
     std::vector<ElementInfo> result =
         selector ? selectIndex(filterBySelector(elements, *selector), selector->index)

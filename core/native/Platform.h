@@ -211,6 +211,10 @@ class Platform {
     virtual AXElement applicationElement(int32_t processId) = 0;
     // AXUIElementCopyAttributeValue(element, name, &value).
     virtual AttributeRead copyAttribute(const AXElement& element, const std::string& name) = 0;
+    // AXUIElementSetMessagingTimeout(element, seconds): how long reads of the
+    // element's application wait for its answer before failing with
+    // kAXErrorCannotComplete; 0 restores the provider's own time-out. The result code.
+    virtual int32_t setMessagingTimeout(const AXElement& element, double seconds) = 0;
     // AXIsProcessTrusted().
     virtual bool isProcessTrusted() = 0;
 

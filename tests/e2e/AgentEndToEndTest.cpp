@@ -7,8 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -533,6 +535,83 @@ TEST_F(AgentEndToEnd, ATargetThatIsNotRunningFailsWithAppNotRunning) {
         EXPECT_EQ(text(receipt, "errorMessage"), "app not running: org.example.NotInstalled");
         EXPECT_EQ(text(receipt, "binarySha256"), "unavailable");
     }
+}
+
+// Stops a process (SIGSTOP) for as long as it lives, and lets it run again when
+// destroyed, so that a failed test leaves nothing stopped behind.
+class Stopped {
+  public:
+    explicit Stopped(pid_t id) : id_(id) { stopped_ = kill(id_, SIGSTOP) == 0; }
+    ~Stopped() { resume(); }
+    Stopped(const Stopped&) = delete;
+    Stopped& operator=(const Stopped&) = delete;
+    bool stopped() const { return stopped_; }
+    void resume() {
+        if (stopped_) {
+            kill(id_, SIGCONT);
+            stopped_ = false;
+        }
+    }
+
+  private:
+    pid_t id_;
+    bool stopped_ = false;
+};
+
+TEST_F(AgentEndToEnd, AStoppedApplicationCostsOneTimeOutAndIsDrivenAgainOnceItRuns) {
+    const pid_t calculator = launch(kCalculator, {{"role", "AXToggleButton"}, {"title", "7"}});
+    ASSERT_NE(calculator, 0);
+    const Json actions = parse(R"([
+        {"kind": "query", "selector": {"role": "AXToggleButton"}},
+        {"kind": "click", "selector": {"role": "AXToggleButton", "title": "7"}},
+        {"kind": "assert", "selector": {"role": "AXTextArea"}, "expect": {"valueEquals": "7"}},
+        {"kind": "typeText", "text": "1"},
+        {"kind": "screenshot"},
+        {"kind": "frontmost"}
+    ])");
+    const Json extra = {{"screenshotDir", ::testing::TempDir()}};
+
+    Stopped stopped(calculator);
+    ASSERT_TRUE(stopped.stopped());
+    const auto started = std::chrono::steady_clock::now();
+    AgentRun hung = runRequest(kCalculator, actions, extra);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    stopped.resume();
+
+    EXPECT_LT(seconds, 10.0) << summary(hung);
+    // One valid document: every action has its receipt; what needed the tree
+    // failed as reads of a silent application fail.
+    EXPECT_EQ(hung.exitStatus, 2) << summary(hung);
+    ASSERT_EQ(hung.response["receipts"].size(), 6u) << summary(hung);
+    Json query = receiptAt(hung, 0);
+    EXPECT_EQ(query.value("succeeded", false), true);
+    EXPECT_EQ(query["queryResult"], Json::array());
+    Json click = receiptAt(hung, 1);
+    EXPECT_EQ(click.value("succeeded", true), false);
+    EXPECT_EQ(text(click, "errorMessage"), "element not found: role=AXToggleButton,title~=7");
+    Json assertion = receiptAt(hung, 2);
+    EXPECT_EQ(assertion.value("succeeded", true), false);
+    EXPECT_EQ(assertion["queryResult"], Json::array());
+    EXPECT_EQ(receiptAt(hung, 4).value("succeeded", false), true);
+    EXPECT_EQ(receiptAt(hung, 5).value("succeeded", false), true);
+    for (const auto& receipt : hung.response["receipts"]) {
+        const Json& state = receipt["postActionStructuralState"];
+        EXPECT_EQ(state.value("elementCount", -1), 1) << receipt.dump();
+        EXPECT_EQ(state["roleHistogram"], Json({{"AXUnknown", 1}}));
+    }
+
+    // Running again, the next request drives it as usual.
+    AgentRun cleared = runRequest(kCalculator, parse(R"([
+        {"kind": "click", "selector": {"role": "AXToggleButton", "title": "C"}},
+        {"kind": "click", "selector": {"role": "AXToggleButton", "title": "9"}}
+    ])"));
+    EXPECT_EQ(cleared.exitStatus, 0) << summary(cleared);
+    EXPECT_GT(receiptAt(cleared, 1)["postActionStructuralState"].value("elementCount", 0), 50);
+    AgentRun display;
+    EXPECT_TRUE(assertEventually(kCalculator, {{"role", "AXTextArea"}}, {{"valueEquals", "9"}},
+                                 kChangeSeconds, &display))
+        << summary(display);
 }
 
 }  // namespace

@@ -208,6 +208,21 @@ AttributeRead ScriptedPlatform::copyAttribute(const AXElement& element, const st
     if (!trusted_) {
         return AttributeRead::failure(kAXErrorAPIDisabled);
     }
+    if (answeringChange_ && answeringChange_->first-- == 0) {
+        answering_ = answeringChange_->second;
+        answeringChange_.reset();
+    }
+    if (!answering_) {
+        const double waited = timeoutInForce_ > 0 ? timeoutInForce_ : providerTimeout_;
+        note("unanswered " + nameOf(element) + "." + name + " " + number(waited));
+        int64_t target = 0;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            target = nanos_ + toNanos(waited);
+        }
+        advanceTo(target);
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
     auto byElement = attributes_.find(element.get());
     if (byElement != attributes_.end()) {
         auto byName = byElement->second.find(name);
@@ -216,6 +231,23 @@ AttributeRead ScriptedPlatform::copyAttribute(const AXElement& element, const st
         }
     }
     return AttributeRead::failure(kAXErrorAttributeUnsupported);
+}
+
+void ScriptedPlatform::setAnswering(bool answering, double providerTimeout, int afterReads) {
+    providerTimeout_ = providerTimeout;
+    if (afterReads > 0) {
+        answeringChange_ = std::make_pair(afterReads, answering);
+    } else {
+        answering_ = answering;
+        answeringChange_.reset();
+    }
+}
+
+int32_t ScriptedPlatform::setMessagingTimeout(const AXElement& element, double seconds) {
+    timeoutSettings_.push_back(TimeoutSetting{nameOf(element), seconds, now()});
+    note("timeout " + nameOf(element) + " " + number(seconds));
+    timeoutInForce_ = seconds;
+    return kAXErrorSuccess;
 }
 
 int ScriptedPlatform::readCount(const std::string& attribute) const {

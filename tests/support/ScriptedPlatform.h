@@ -71,6 +71,21 @@ class ScriptedPlatform : public Platform {
     void setApplicationElement(int32_t processId, AXElement element);
     const std::vector<int32_t>& applicationElementRequests() const { return appElementRequests_; }
 
+    // An application that stops answering (stopped, or busy for good): while not
+    // answering, every read waits in virtual time for the messaging time-out in
+    // force, then fails with kAXErrorCannotComplete. The time-out in force is the
+    // last one set on any element, or `providerTimeout` when none is (or 0 was).
+    // Timeline: "timeout <element> <seconds>" for each setting, "unanswered
+    // <element>.<attribute> <seconds waited>" for each such read.
+    // With `afterReads`, the change comes after that many more reads.
+    void setAnswering(bool answering, double providerTimeout = 6.0, int afterReads = 0);
+    struct TimeoutSetting {
+        std::string element;
+        double seconds = 0;
+        double at = 0;  // virtual time of the call
+    };
+    const std::vector<TimeoutSetting>& messagingTimeouts() const { return timeoutSettings_; }
+
     // An untrusted process (AXIsProcessTrusted false) has every read answer
     // kAXErrorAPIDisabled, as the system does.
     void setTrusted(bool trusted) { trusted_ = trusted; }
@@ -239,6 +254,7 @@ class ScriptedPlatform : public Platform {
 
     AXElement applicationElement(int32_t processId) override;
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
+    int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
     bool isProcessTrusted() override { return trusted_; }
 
     std::optional<std::string> frontmostApplicationBundleId() override;
@@ -313,6 +329,11 @@ class ScriptedPlatform : public Platform {
     std::map<int32_t, AXElement> appElements_;
     std::vector<int32_t> appElementRequests_;
     bool trusted_ = true;
+    bool answering_ = true;
+    std::optional<std::pair<int, bool>> answeringChange_;  // reads left, then answering
+    double providerTimeout_ = 6.0;
+    double timeoutInForce_ = 0;
+    std::vector<TimeoutSetting> timeoutSettings_;
     std::map<std::string, int> readsByAttribute_;
     std::map<std::pair<const AccessibleObject*, std::string>, int> readsByElement_;
     std::vector<std::string> readLog_;

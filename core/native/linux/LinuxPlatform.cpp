@@ -52,6 +52,10 @@ AttributeRead LinuxPlatform::copyAttribute(const AXElement& element, const std::
     return accessibility_.copyAttribute(element, name);
 }
 
+int32_t LinuxPlatform::setMessagingTimeout(const AXElement& element, double seconds) {
+    return accessibility_.setMessagingTimeout(element, seconds);
+}
+
 bool LinuxPlatform::isProcessTrusted() {
     return accessibility_.isReachable();
 }

@@ -26,6 +26,7 @@ class LinuxPlatform final : public Platform {
 
     AXElement applicationElement(int32_t processId) override;
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
+    int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
     bool isProcessTrusted() override;
 
     std::optional<std::string> frontmostApplicationBundleId() override;

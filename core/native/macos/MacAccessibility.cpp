@@ -152,6 +152,16 @@ AttributeRead MacPlatform::copyAttribute(const AXElement& element, const std::st
     return AttributeRead::success(fromCFValue(value.get()));
 }
 
+int32_t MacPlatform::setMessagingTimeout(const AXElement& element, double seconds) {
+    const auto* mac = dynamic_cast<const MacElement*>(element.get());
+    if (mac == nullptr) {
+        return ::kAXErrorIllegalArgument;
+    }
+    // AXUIElementSetMessagingTimeout: on an application element it bounds every
+    // request this process makes of that application.
+    return AXUIElementSetMessagingTimeout(mac->get(), static_cast<float>(seconds));
+}
+
 bool MacPlatform::isProcessTrusted() {
     // AXIsProcessTrusted
     return AXIsProcessTrusted() != 0;

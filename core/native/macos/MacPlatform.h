@@ -19,6 +19,7 @@ class MacPlatform final : public Platform {
     // Accessibility
     AXElement applicationElement(int32_t processId) override;
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
+    int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
     bool isProcessTrusted() override;
 
     // Workspace

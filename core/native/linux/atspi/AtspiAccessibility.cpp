@@ -28,6 +28,26 @@ std::recursive_mutex& atspiMutex() {
 // this short-lived agent: all of them), so that one hung application would stall
 // a tree walk for minutes.
 constexpr gint kRequestTimeoutMs = 2500;
+// The time limit libatspi was last given: it holds one for every application.
+gint currentTimeoutMs = kRequestTimeoutMs;
+
+// libatspi's time limit is the process's, so it is set before each read to the
+// one of the application read.
+void useTimeout(gint milliseconds) {
+    if (milliseconds != currentTimeoutMs) {
+        atspi_set_timeout(milliseconds, -1);
+        currentTimeoutMs = milliseconds;
+    }
+}
+
+// The bus name of the application an object belongs to; empty when unknown.
+std::string busNameOf(AtspiAccessible* object) {
+    if (object == nullptr || object->parent.app == nullptr ||
+        object->parent.app->bus_name == nullptr) {
+        return {};
+    }
+    return object->parent.app->bus_name;
+}
 
 enum class Connection { untried, connected, failed };
 
@@ -310,9 +330,6 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
                 if (!transport_) {
                     transport_ = std::make_shared<DBusAtspiTransport>();
                 }
-                if (reads_ == AtspiReads::pipelined) {
-                    transport_->connect(address.busName);
-                }
                 return openAtspiSnapshot(transport_, std::move(address));
             }
             return std::make_shared<AtspiElement>(application, kAXErrorCannotComplete);
@@ -324,8 +341,14 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
 }
 
 AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const std::string& name) {
-    if (isSnapshotElement(element)) {
+    if (const AtspiAddress* application = snapshotApplication(element)) {
         std::lock_guard lock(atspiMutex());
+        // The direct connection is asked for with the first read, under the
+        // application's time limit: an application that does not answer that
+        // question does not answer the read either.
+        if (reads_ == AtspiReads::pipelined && transport_->connect(application->busName)) {
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
         return readSnapshotElement(element, name);
     }
     const auto* atspiElement = dynamic_cast<const AtspiElement*>(element.get());
@@ -337,6 +360,9 @@ AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const 
     }
     std::lock_guard lock(atspiMutex());
     AtspiAccessible* object = atspiElement->object();
+    auto limit = timeouts_.find(busNameOf(object));
+    useTimeout(limit == timeouts_.end() ? kRequestTimeoutMs
+                                        : static_cast<gint>(limit->second * 1000));
     if (name == "AXRole") {
         return readRole(object);
     }
@@ -374,6 +400,28 @@ AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const 
         return readWindows(object);
     }
     return AttributeRead::failure(kAXErrorAttributeUnsupported);
+}
+
+int32_t AtspiAccessibility::setMessagingTimeout(const AXElement& element, double seconds) {
+    std::lock_guard lock(atspiMutex());
+    std::string busName;
+    if (const AtspiAddress* application = snapshotApplication(element)) {
+        busName = application->busName;
+    } else if (const auto* atspiElement = dynamic_cast<const AtspiElement*>(element.get())) {
+        busName = busNameOf(atspiElement->object());
+    }
+    if (busName.empty()) {
+        return kAXErrorFailure;
+    }
+    if (transport_) {
+        transport_->setTimeout(busName, seconds);
+    }
+    if (seconds > 0) {
+        timeouts_[busName] = seconds;
+    } else {
+        timeouts_.erase(busName);
+    }
+    return kAXErrorSuccess;
 }
 
 bool AtspiAccessibility::isReachable() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -58,11 +59,15 @@ class AtspiAccessibility {
     // still exists, and every read of it fails.
     AXElement applicationElement(int32_t processId);
     AttributeRead copyAttribute(const AXElement& element, const std::string& name);
+    // The time limit of every request to the element's application, from the next
+    // read on; 0 gives it the provider's own (2.5 s) again.
+    int32_t setMessagingTimeout(const AXElement& element, double seconds);
     // Whether the accessibility bus answers: its registry lists the desktop.
     bool isReachable();
 
   private:
     AtspiReads reads_;
+    std::map<std::string, double> timeouts_;         // by bus name, for one-call-at-a-time reads
     std::shared_ptr<DBusAtspiTransport> transport_;  // pipelined reads, made on first use
 };
 

@@ -84,6 +84,7 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     }
 
     AttributeRead read(const std::shared_ptr<Node>& node, int attribute);
+    const AtspiAddress& application() const { return application_; }
 
   private:
     Stream* newStream() {
@@ -127,6 +128,7 @@ class SnapshotElement final : public AccessibleObject {
         : snapshot_(std::move(snapshot)), node_(std::move(node)) {}
 
     AttributeRead read(int attribute) const { return snapshot_->read(node_, attribute); }
+    const AtspiAddress& application() const { return snapshot_->application(); }
 
   private:
     std::shared_ptr<Snapshot> snapshot_;
@@ -551,6 +553,11 @@ AXElement openAtspiSnapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddr
 
 bool isSnapshotElement(const AXElement& element) {
     return dynamic_cast<const SnapshotElement*>(element.get()) != nullptr;
+}
+
+const AtspiAddress* snapshotApplication(const AXElement& element) {
+    const auto* snapshotElement = dynamic_cast<const SnapshotElement*>(element.get());
+    return snapshotElement == nullptr ? nullptr : &snapshotElement->application();
 }
 
 AttributeRead readSnapshotElement(const AXElement& element, const std::string& name) {

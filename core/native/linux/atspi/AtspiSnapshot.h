@@ -70,6 +70,8 @@ AXElement openAtspiSnapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddr
 
 // Whether an element belongs to a snapshot, and if so answers a read of it.
 bool isSnapshotElement(const AXElement& element);
+// The application an element of a snapshot belongs to; null for other elements.
+const AtspiAddress* snapshotApplication(const AXElement& element);
 AttributeRead readSnapshotElement(const AXElement& element, const std::string& name);
 
 }  // namespace velmora::native::freedesktop

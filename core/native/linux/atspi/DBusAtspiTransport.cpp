@@ -414,11 +414,24 @@ DBusAtspiTransport::Link* DBusAtspiTransport::busLink() {
     return bus_ != nullptr && !bus_->lost ? bus_ : nullptr;
 }
 
-void DBusAtspiTransport::connect(const std::string& busName) {
+void DBusAtspiTransport::setTimeout(const std::string& busName, double seconds) {
+    if (seconds > 0) {
+        timeouts_[busName] = seconds;
+    } else {
+        timeouts_.erase(busName);
+    }
+}
+
+double DBusAtspiTransport::timeoutFor(const std::string& busName) const {
+    auto found = timeouts_.find(busName);
+    return found == timeouts_.end() ? timeoutSeconds_ : found->second;
+}
+
+bool DBusAtspiTransport::connect(const std::string& busName) {
     if (peers_.count(busName) != 0) {
         Link* peer = peers_[busName];
         if (peer == nullptr || !peer->lost) {
-            return;
+            return false;
         }
     }
     Link* peer = nullptr;
@@ -432,7 +445,7 @@ void DBusAtspiTransport::connect(const std::string& busName) {
         std::optional<std::string> address;
         bool answered = false;
         bool unanswered = false;
-        queue(*bus, call, AtspiCall::text, [&](const AtspiReply& reply) {
+        queue(*bus, call, AtspiCall::text, timeoutFor(busName), [&](const AtspiReply& reply) {
             answered = true;
             unanswered = reply.unanswered;
             if (reply.ok) {
@@ -442,7 +455,7 @@ void DBusAtspiTransport::connect(const std::string& busName) {
         while (!answered && pump(true)) {
         }
         if (unanswered) {
-            return;  // a hung application: over the bus for now, asked again next time
+            return true;  // a hung application: asked again next time
         }
         if (address && !address->empty()) {
             if (DBusConnection* connection = openPrivate(*address, false)) {
@@ -451,6 +464,7 @@ void DBusAtspiTransport::connect(const std::string& busName) {
         }
     }
     peers_[busName] = peer;
+    return false;
 }
 
 DBusAtspiTransport::Link* DBusAtspiTransport::linkFor(const std::string& busName) {
@@ -463,11 +477,11 @@ DBusAtspiTransport::Link* DBusAtspiTransport::linkFor(const std::string& busName
 }
 
 void DBusAtspiTransport::queue(Link& link, const DBusMethodCall& call, AtspiCall parseAs,
-                               AtspiReplyHandler handler) {
+                               double timeoutSeconds, AtspiReplyHandler handler) {
     // Written in batches at the next pump: one system call for many requests.
     appendMethodCall(link.output, call);
     const auto limit =
-        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeoutSeconds_));
+        std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(timeoutSeconds));
     link.pending.emplace(call.serial, Pending{parseAs, std::move(handler), Clock::now() + limit});
 }
 
@@ -486,7 +500,7 @@ void DBusAtspiTransport::send(const AtspiRequest& request, AtspiReplyHandler han
     DBusMethodCall call =
         callFor(request, link->direct ? std::string_view() : request.target.busName);
     call.serial = link->nextSerial++;
-    queue(*link, call, request.call, std::move(handler));
+    queue(*link, call, request.call, timeoutFor(request.target.busName), std::move(handler));
     ++totals().requests;
     if (link->direct) {
         ++totals().directRequests;
@@ -574,11 +588,15 @@ int DBusAtspiTransport::expire() {
     const auto now = Clock::now();
     std::vector<AtspiReplyHandler> expired;
     for (auto& link : links_) {
-        // Every request has the same time limit, so the oldest expires first.
-        while (!link->pending.empty() &&
-               (link->lost || link->pending.begin()->second.deadline <= now)) {
-            expired.push_back(std::move(link->pending.begin()->second.handler));
-            link->pending.erase(link->pending.begin());
+        // Applications can have time limits of their own, so any request may be
+        // the next to expire.
+        for (auto it = link->pending.begin(); it != link->pending.end();) {
+            if (link->lost || it->second.deadline <= now) {
+                expired.push_back(std::move(it->second.handler));
+                it = link->pending.erase(it);
+            } else {
+                ++it;
+            }
         }
     }
     totals().unanswered += expired.size();
@@ -628,7 +646,9 @@ bool DBusAtspiTransport::pump(bool wait) {
                 events |= POLLOUT;
             }
             descriptors.push_back(pollfd{link->socket, events, 0});
-            deadline = std::min(deadline, link->pending.begin()->second.deadline);
+            for (const auto& [serial, pending] : link->pending) {
+                deadline = std::min(deadline, pending.deadline);
+            }
         }
         const auto started = Clock::now();
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - started);

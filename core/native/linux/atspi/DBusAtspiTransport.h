@@ -26,8 +26,9 @@
 //
 // The accessibility bus is found as libatspi finds it: AT_SPI_BUS_ADDRESS, else
 // the session bus's org.a11y.Bus. A request that is not answered within the time
-// limit (2.5 s, as the one-call-at-a-time reader allows) is answered with a
-// failure. Nothing connects before the first request.
+// limit (2.5 s, as the one-call-at-a-time reader allows, unless one is set for
+// its application) is answered with a failure. Nothing connects before the
+// first request.
 
 struct DBusConnection;
 struct DBusMessage;
@@ -46,7 +47,12 @@ class DBusAtspiTransport final : public AtspiTransport {
     // handlers of other answers that come meanwhile: call it before reading the
     // application's elements, never from a handler. Requests to an application
     // without a direct connection go over the bus.
-    void connect(const std::string& busName);
+    // Whether the application did not answer it in time (asked again next time).
+    bool connect(const std::string& busName);
+
+    // The time limit of requests to the application with this bus name, from the
+    // next request on; 0 gives it the transport's own again.
+    void setTimeout(const std::string& busName, double seconds);
 
     void send(const AtspiRequest& request, AtspiReplyHandler handler) override;
     bool pump(bool wait) override;
@@ -70,7 +76,8 @@ class DBusAtspiTransport final : public AtspiTransport {
     Link* adopt(DBusConnection* connection, bool direct);
     Link* linkFor(const std::string& busName);
     Link* busLink();
-    void queue(Link& link, const DBusMethodCall& call, AtspiCall parseAs,
+    double timeoutFor(const std::string& busName) const;
+    void queue(Link& link, const DBusMethodCall& call, AtspiCall parseAs, double timeoutSeconds,
                AtspiReplyHandler handler);
     void flush(Link& link);
     int deliverArrived(Link& link);
@@ -80,6 +87,7 @@ class DBusAtspiTransport final : public AtspiTransport {
     std::vector<std::unique_ptr<Link>> links_;  // every connection, kept to the end
     Link* bus_ = nullptr;
     bool busTried_ = false;
+    std::map<std::string, double> timeouts_;  // set for one application
     std::map<std::string, Link*> peers_;      // null: the application offers none
     std::vector<AtspiReplyHandler> refused_;  // not sent: answered with a failure
     std::vector<char> readBuffer_;

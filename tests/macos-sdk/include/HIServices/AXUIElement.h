@@ -23,5 +23,9 @@ CF_EXPORT AXUIElementRef AXUIElementCreateApplication(pid_t pid);
 CF_EXPORT AXError AXUIElementCopyAttributeValue(AXUIElementRef element, CFStringRef attribute,
                                                 CFTypeRef _Nullable* _Nonnull value);
 
+// Sets the time-out of requests to the element's application; 0 restores the
+// global default.
+CF_EXPORT AXError AXUIElementSetMessagingTimeout(AXUIElementRef element, float timeoutInSeconds);
+
 CF_ASSUME_NONNULL_END
 CF_EXTERN_C_END

@@ -82,6 +82,10 @@ class AXCGDriver : public UIDriver {
     StructuralState structuralState(const std::string& bundleId) override;
     void screenshot(const std::string& bundleId, const std::string& path) override;
 
+    // What a tree walk reads of each element: everything a query reports, or the
+    // role alone (the structural state).
+    enum class WalkReads { everything, structure };
+
     // The AppleScript that activates an application; the identifier goes in unescaped.
     static std::string activationScript(const std::string& bundleId);
 
@@ -92,7 +96,7 @@ class AXCGDriver : public UIDriver {
     void forceActivate(const std::string& bundleId);
 
     // Accessibility reads. None of them reports an error: a failed read is absent.
-    // Every read of one application's walk goes through read(), which keeps the
+    // Every read of one application's walk goes through ask(), which keeps the
     // silent-application rule.
     struct ReadSession {
         int32_t processId = 0;
@@ -101,11 +105,21 @@ class AXCGDriver : public UIDriver {
         bool silent = false;   // the rest of this walk fails at once
     };
     void beginReading(int32_t processId, const AXElement& application);
+    template <typename Request>
+    auto ask(Request request) -> decltype(request());
+    static const AttributeRead& firstRead(const AttributeRead& read);
+    static const AttributeRead& firstRead(const std::vector<AttributeRead>& reads);
     AttributeRead read(const AXElement& element, const std::string& name);
-    void walk(const AXElement& element, int depth, std::vector<ElementInfo>& out, int64_t& budget);
-    std::optional<std::string> stringAttr(const AXElement& element, const std::string& name);
-    std::optional<Rect> frame(const AXElement& element);
+    std::vector<AttributeRead> readAll(const AXElement& element,
+                                       const std::vector<std::string>& names);
     std::vector<AXElement> attributeElements(const AXElement& element, const std::string& name);
+    // The first `count` children, asked for as a slice of the list.
+    std::vector<AXElement> firstChildren(const AXElement& element, int64_t count);
+
+    // One walk of the application's tree, windows included, as a query makes it.
+    std::vector<ElementInfo> snapshot(const std::string& bundleId, WalkReads reads);
+    void walk(const AXElement& element, int depth, std::vector<ElementInfo>& out, int64_t& budget,
+              WalkReads reads);
 
     Platform& platform_;
     int64_t nodeBudget_;

@@ -1,5 +1,6 @@
 #include "core/native/Platform.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace velmora::native {
@@ -56,6 +57,34 @@ AttributeValue AttributeValue::ofElements(std::vector<AXElement> elements) {
 
 AttributeValue AttributeValue::ofOther() {
     return AttributeValue{};
+}
+
+std::vector<AttributeRead> Platform::copyAttributes(const AXElement& element,
+                                                    const std::vector<std::string>& names) {
+    std::vector<AttributeRead> reads;
+    reads.reserve(names.size());
+    for (const std::string& name : names) {
+        if (!reads.empty() && reads.back().code == kAXErrorCannotComplete) {
+            reads.push_back(AttributeRead::failure(kAXErrorCannotComplete));
+        } else {
+            reads.push_back(copyAttribute(element, name));
+        }
+    }
+    return reads;
+}
+
+AttributeRead Platform::copyAttributeValues(const AXElement& element, const std::string& name,
+                                            int64_t index, int64_t maxValues) {
+    AttributeRead read = copyAttribute(element, name);
+    if (read.code == kAXErrorSuccess && read.value &&
+        read.value->type == AttributeValue::Type::elementList) {
+        auto& items = read.value->elements;
+        const auto size = static_cast<int64_t>(items.size());
+        const int64_t from = std::clamp<int64_t>(index, 0, size);
+        const int64_t to = from + std::clamp<int64_t>(maxValues, 0, size - from);
+        items = std::vector<AXElement>(items.begin() + from, items.begin() + to);
+    }
+    return read;
 }
 
 }  // namespace velmora::native

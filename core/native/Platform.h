@@ -211,6 +211,20 @@ class Platform {
     virtual AXElement applicationElement(int32_t processId) = 0;
     // AXUIElementCopyAttributeValue(element, name, &value).
     virtual AttributeRead copyAttribute(const AXElement& element, const std::string& name) = 0;
+    // AXUIElementCopyMultipleAttributeValues(element, names, 0, &values): several
+    // attributes of one element in one request, each answered as copyAttribute
+    // answers it, in the order of `names`. Without a provider's own, one
+    // copyAttribute per name, failing as one request fails: once a read could not
+    // complete (kAXErrorCannotComplete: the application did not answer), the
+    // remaining names fail alike without asking.
+    virtual std::vector<AttributeRead> copyAttributes(const AXElement& element,
+                                                      const std::vector<std::string>& names);
+    // AXUIElementCopyAttributeValues(element, name, index, maxValues, &values): at
+    // most `maxValues` items of a list attribute from `index` on, without the
+    // application making the others; a failure as copyAttribute fails. Without a
+    // provider's own, copyAttribute of the whole list, cut to the slice.
+    virtual AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
+                                              int64_t index, int64_t maxValues);
     // AXUIElementSetMessagingTimeout(element, seconds): how long reads of the
     // element's application wait for its answer before failing with
     // kAXErrorCannotComplete; 0 restores the provider's own time-out. The result code.

@@ -233,6 +233,14 @@ class SnapshotPlatform : public ScriptedPlatform {
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override {
         return readSnapshotElement(element, name);
     }
+    std::vector<AttributeRead> copyAttributes(const AXElement& element,
+                                              const std::vector<std::string>& names) override {
+        return readSnapshotElementAttributes(element, names);
+    }
+    AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
+                                      int64_t index, int64_t maxValues) override {
+        return readSnapshotElementSlice(element, name, index, maxValues);
+    }
 
   private:
     std::shared_ptr<FakeApplication> application_;
@@ -404,7 +412,9 @@ TEST_F(AtspiSnapshotTest, TheFirstReadSendsEverythingTheWalkWillReadOfTheElement
     EXPECT_EQ(application->count(AtspiCall::children, kRoot), 1);
     // Extents only for what has a Component, which the application has not.
     EXPECT_EQ(application->count(AtspiCall::extents, kRoot), 0);
-    EXPECT_EQ(application->waits, 1);
+    // The child list is asked for once the states are in (an element that
+    // manages its descendants has its children read one index at a time).
+    EXPECT_EQ(application->waits, 2);
     // Its children were asked for ahead, before the walk reads them.
     EXPECT_EQ(application->count(AtspiCall::role, "/w"), 1);
 }
@@ -463,6 +473,78 @@ TEST_F(AtspiSnapshotTest, ChildrenTheCacheDoesNotListAreAskedFor) {
     EXPECT_EQ(elements.size(), 1u + 2u * 111u);
     EXPECT_EQ(application->count(AtspiCall::children, "/w/9"), 2);  // once per pass
     EXPECT_EQ(elements[3 + 9 * 11 + 9].title, "Label 9.9");
+}
+
+TEST_F(AtspiSnapshotTest, TheStructuralStateFetchesOnlyRolesStatesAndChildLists) {
+    addWideTree(5, 10);
+    AXCGDriver driver(platform, 3000, 1.5);
+    const StructuralState state = driver.structuralState(kAppId);
+    EXPECT_EQ(state.elementCount, 1 + 2 * 56);
+    EXPECT_EQ(state.roleHistogram.at("AXStaticText"), 2 * 50);
+    EXPECT_EQ(application->count(AtspiCall::name), 0);
+    EXPECT_EQ(application->count(AtspiCall::accessibleId), 0);
+    EXPECT_EQ(application->count(AtspiCall::interfaces), 0);
+    EXPECT_EQ(application->count(AtspiCall::extents), 0);
+    EXPECT_EQ(application->count(AtspiCall::characterCount), 0);
+    EXPECT_EQ(application->count(AtspiCall::text), 0);
+    // The same elements as a query finds.
+    application->sent.clear();
+    const auto elements = query();
+    EXPECT_EQ(static_cast<int64_t>(elements.size()), state.elementCount);
+    EXPECT_GT(application->count(AtspiCall::accessibleId), 0);
+}
+
+TEST_F(AtspiSnapshotTest, AnElementManagingItsDescendantsIsReadOnlyAsFarAsTheBudgetReaches) {
+    application->offersCache = false;
+    FakeObject window;
+    window.role = ATSPI_ROLE_FRAME;
+    window.name = "Sheet";
+    application->add("/w", window, kRoot);
+    FakeObject table;
+    table.role = ATSPI_ROLE_TABLE;
+    table.states = statesWith({ATSPI_STATE_MANAGES_DESCENDANTS});
+    auto& added = application->add("/w/table", table, "/w");
+    for (int i = 0; i < 20000; ++i) {
+        added.children.push_back("/w/table/" + std::to_string(i));
+    }
+    for (int i = 0; i < 200; ++i) {
+        FakeObject cell;
+        cell.role = ATSPI_ROLE_TABLE_CELL;
+        cell.name = "Cell " + std::to_string(i);
+        application->objects["/w/table/" + std::to_string(i)] = cell;
+    }
+
+    const auto elements = query(100);
+    ASSERT_EQ(elements.size(), 100u);
+    EXPECT_EQ(elements[2].role, "AXTable");
+    EXPECT_EQ(elements[3].title, "Cell 0");
+    EXPECT_EQ(elements[99].title, "Cell 96");
+    // Never the whole list; its children one index at a time, no further than
+    // the budget reached.
+    EXPECT_EQ(application->count(AtspiCall::children, "/w/table"), 0);
+    EXPECT_EQ(application->count(AtspiCall::childCount, "/w/table"), 1);
+    EXPECT_LE(application->count(AtspiCall::childAtIndex), 100);
+    EXPECT_GE(application->count(AtspiCall::childAtIndex), 96);
+}
+
+TEST_F(AtspiSnapshotTest, ChildrenFetchedAheadByIndexAreCompletedWhenTheWalkAsksForMore) {
+    application->offersCache = false;
+    FakeObject table;
+    table.role = ATSPI_ROLE_TABLE;
+    table.states = statesWith({ATSPI_STATE_MANAGES_DESCENDANTS});
+    auto& added = application->add("/table", table, kRoot);
+    for (int i = 0; i < 5000; ++i) {
+        added.children.push_back("/table/" + std::to_string(i));
+        FakeObject cell;
+        cell.role = ATSPI_ROLE_TABLE_CELL;
+        application->objects["/table/" + std::to_string(i)] = cell;
+    }
+    // A budget beyond what is fetched ahead before the walk first says how far
+    // it reaches.
+    const auto elements = query(4500);
+    ASSERT_EQ(elements.size(), 4500u);
+    EXPECT_EQ(application->count(AtspiCall::children, "/table"), 0);
+    EXPECT_LE(application->count(AtspiCall::childAtIndex), 4499);
 }
 
 TEST_F(AtspiSnapshotTest, ChildrenAreReadByIndexWhenGetChildrenIsRefused) {

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <map>
 #include <memory>
 
 #include "agent/Modes.h"
@@ -38,7 +39,8 @@ constexpr const char* kFixtureId = "velmora-fixture-tree";
 // when destroyed.
 class Fixture {
   public:
-    explicit Fixture(long elements) {
+    // With `hugeList`, a list of that many children, made only when asked for.
+    explicit Fixture(long elements, long hugeList = 0) {
         int out[2];
         if (pipe2(out, O_CLOEXEC) != 0) {
             return;
@@ -47,9 +49,15 @@ class Fixture {
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
         const std::string count = std::to_string(elements);
+        const std::string huge = std::to_string(hugeList);
         std::vector<char*> arguments = {const_cast<char*>(VELMORA_FIXTURE_TREE_PATH),
                                         const_cast<char*>("--elements"),
-                                        const_cast<char*>(count.c_str()), nullptr};
+                                        const_cast<char*>(count.c_str())};
+        if (hugeList > 0) {
+            arguments.push_back(const_cast<char*>("--huge-list"));
+            arguments.push_back(const_cast<char*>(huge.c_str()));
+        }
+        arguments.push_back(nullptr);
         pid_t child = 0;
         const int spawned = posix_spawn(&child, VELMORA_FIXTURE_TREE_PATH, &actions, nullptr,
                                         arguments.data(), environ);
@@ -149,6 +157,13 @@ class SnapshotEquality : public ::testing::Test {
         const auto slowState = slow.structuralState(id);
         EXPECT_EQ(fastState, slowState);
         EXPECT_EQ(fastState.elementCount, static_cast<int64_t>(expectedElements));
+        // The structural state reads only roles and child lists, and counts what
+        // the query found.
+        std::map<std::string, int64_t> histogram;
+        for (const auto& element : reference) {
+            ++histogram[element.role];
+        }
+        EXPECT_EQ(fastState.roleHistogram, histogram);
         // Without values, and through a selector, as the router asks.
         EXPECT_EQ(fast.query(id, std::nullopt, false), slow.query(id, std::nullopt, false));
         ElementSelector buttons;
@@ -254,6 +269,30 @@ TEST_F(SnapshotEquality, AHungApplicationCostsOneTimeOutThenAShortProbePerWalk) 
     const auto& after = DBusAtspiTransport::processStatistics();
     EXPECT_EQ(after.directRequests - before.directRequests, after.requests - before.requests);
     EXPECT_EQ(fast.query(kFixtureId, std::nullopt, true).size(), 1u + 2 * 299);
+}
+
+TEST_F(SnapshotEquality, AMillionChildrenCostNoMoreThanTheBudget) {
+    Fixture fixture(400, 1000000);
+    ASSERT_TRUE(fixture.ready());
+    ASSERT_TRUE(settled(kFixtureId, fixture.processId()));
+    // The list comes first in the window: its children fill the rest of the
+    // budget.
+    const auto before = DBusAtspiTransport::processStatistics().requests;
+    expectSameSnapshots(kFixtureId, kNodeBudget);
+    AXCGDriver fast(*pipelined, kNodeBudget, kFocusTimeoutSeconds);
+    const auto elements = fast.query(kFixtureId, std::nullopt, true);
+    ASSERT_EQ(elements.size(), static_cast<size_t>(kNodeBudget));
+    const auto list = std::find_if(elements.begin(), elements.end(),
+                                   [](const auto& e) { return e.title == "Huge list"; });
+    ASSERT_NE(list, elements.end());
+    ASSERT_LT(list - elements.begin(), 10);
+    EXPECT_EQ((list + 1)->title, "Item 0");
+    const auto items = elements.end() - (list + 1);
+    EXPECT_EQ(elements.back().title, "Item " + std::to_string(items - 1));
+    // Four pipelined queries and two structural states, none of them asking for
+    // the million: a few requests per element recorded.
+    const auto requests = DBusAtspiTransport::processStatistics().requests - before;
+    EXPECT_LT(requests, 6u * 10u * static_cast<uint64_t>(kNodeBudget)) << requests;
 }
 
 TEST_F(SnapshotEquality, Galculator) {

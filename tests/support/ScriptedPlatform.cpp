@@ -233,6 +233,24 @@ AttributeRead ScriptedPlatform::copyAttribute(const AXElement& element, const st
     return AttributeRead::failure(kAXErrorAttributeUnsupported);
 }
 
+std::vector<AttributeRead> ScriptedPlatform::copyAttributes(const AXElement& element,
+                                                            const std::vector<std::string>& names) {
+    std::string line = nameOf(element) + " ";
+    for (size_t i = 0; i < names.size(); ++i) {
+        line += (i == 0 ? "" : ",") + names[i];
+    }
+    requestLog_.push_back(std::move(line));
+    return Platform::copyAttributes(element, names);
+}
+
+AttributeRead ScriptedPlatform::copyAttributeValues(const AXElement& element,
+                                                    const std::string& name, int64_t index,
+                                                    int64_t maxValues) {
+    requestLog_.push_back(nameOf(element) + " " + name + "[" + std::to_string(index) + "+" +
+                          std::to_string(maxValues) + "]");
+    return Platform::copyAttributeValues(element, name, index, maxValues);
+}
+
 void ScriptedPlatform::setAnswering(bool answering, double providerTimeout, int afterReads) {
     providerTimeout_ = providerTimeout;
     if (afterReads > 0) {

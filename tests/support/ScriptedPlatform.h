@@ -96,6 +96,10 @@ class ScriptedPlatform : public Platform {
     int readCount(const AXElement& element, const std::string& attribute) const;
     int readCount(const AXElement& element) const;
     const std::vector<std::string>& readLog() const { return readLog_; }
+    // Requests, one line each: "<element> <attribute>,<attribute>..." for a read of
+    // several attributes at once (each also counted and logged as a read above),
+    // "<element> <attribute>[<index>+<maxValues>]" for a slice of a list.
+    const std::vector<std::string>& requestLog() const { return requestLog_; }
 
     // Workspace -----------------------------------------------------------------
 
@@ -254,6 +258,10 @@ class ScriptedPlatform : public Platform {
 
     AXElement applicationElement(int32_t processId) override;
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
+    std::vector<AttributeRead> copyAttributes(const AXElement& element,
+                                              const std::vector<std::string>& names) override;
+    AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
+                                      int64_t index, int64_t maxValues) override;
     int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
     bool isProcessTrusted() override { return trusted_; }
 
@@ -337,6 +345,7 @@ class ScriptedPlatform : public Platform {
     std::map<std::string, int> readsByAttribute_;
     std::map<std::pair<const AccessibleObject*, std::string>, int> readsByElement_;
     std::vector<std::string> readLog_;
+    std::vector<std::string> requestLog_;
 
     // workspace
     std::optional<std::string> frontmost_;

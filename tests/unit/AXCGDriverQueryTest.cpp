@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -76,20 +77,17 @@ TEST_F(AXCGDriverQueryTest, ElementsComeInPreOrderFromTheApplicationElement) {
     EXPECT_EQ(platform.applicationElementRequests(), (std::vector<int32_t>{kPid}));
 }
 
-TEST_F(AXCGDriverQueryTest, EachElementCostsItsReadsInOrder) {
+TEST_F(AXCGDriverQueryTest, EachElementCostsOneRequestForItsRecordAndOneForItsChildren) {
     queryAll(driver);
+    // The value is read once: its presence and its text come from the same answer.
     EXPECT_EQ(platform.readLog(),
               (std::vector<std::string>{"app.AXRole", "app.AXTitle", "app.AXIdentifier",
-                                        "app.AXValue", "app.AXValue", "app.AXPosition",
+                                        "app.AXValue", "app.AXPosition", "app.AXSize",
                                         "app.AXChildren", "app.AXWindows"}));
-    platform.setFrame(app, Rect{1, 2, 3, 4});
-    const size_t before = platform.readLog().size();
-    queryAll(driver);
-    std::vector<std::string> second(platform.readLog().begin() + static_cast<long>(before),
-                                    platform.readLog().end());
-    EXPECT_EQ(second, (std::vector<std::string>{"app.AXRole", "app.AXTitle", "app.AXIdentifier",
-                                                "app.AXValue", "app.AXValue", "app.AXPosition",
-                                                "app.AXSize", "app.AXChildren", "app.AXWindows"}));
+    // The children are asked for only as far as the remaining budget reaches.
+    EXPECT_EQ(platform.requestLog(),
+              (std::vector<std::string>{"app AXRole,AXTitle,AXIdentifier,AXValue,AXPosition,AXSize",
+                                        "app AXChildren[0+2999]"}));
 }
 
 TEST_F(AXCGDriverQueryTest, WindowsAreWalkedAfterTheTreeAndRecordedTwice) {
@@ -116,7 +114,9 @@ TEST_F(AXCGDriverQueryTest, WindowsStartAtDepthOne) {
     const auto elements = queryAll(driver);
     ASSERT_EQ(elements.size(), 1u + 1u + 59u);
     EXPECT_EQ(elements.back().title, "w59");
-    EXPECT_EQ(platform.readCount(chain[58], "AXChildren"), 1);
+    EXPECT_EQ(platform.readCount(chain[57], "AXChildren"), 1);
+    // Nothing below depth 60 is recorded, so its child list is not asked for.
+    EXPECT_EQ(platform.readCount(chain[58], "AXChildren"), 0);
     EXPECT_EQ(platform.readCount(chain[59]), 0);
 }
 
@@ -125,8 +125,9 @@ TEST_F(AXCGDriverQueryTest, DepthSixtyIsRecordedAndSixtyOneIsNot) {
     const auto elements = queryAll(driver);
     ASSERT_EQ(elements.size(), 61u);
     EXPECT_EQ(elements.back().title, "e60");
-    // The child list of depth 60 is still read; its child is never looked at.
-    EXPECT_EQ(platform.readCount(chain[59], "AXChildren"), 1);
+    // The child list of depth 60 is not asked for; its child is never looked at.
+    EXPECT_EQ(platform.readCount(chain[58], "AXChildren"), 1);
+    EXPECT_EQ(platform.readCount(chain[59], "AXChildren"), 0);
     EXPECT_EQ(platform.readCount(chain[60]), 0);
 }
 
@@ -151,7 +152,8 @@ TEST_F(AXCGDriverQueryTest, BudgetOneRecordsOnlyTheApplicationElement) {
 
     const auto elements = queryAll(one);
     EXPECT_EQ(titles(elements), (std::vector<std::string>{"app"}));
-    EXPECT_EQ(platform.readCount(app, "AXChildren"), 1);
+    // The budget is spent: no child could be recorded, so none is asked for.
+    EXPECT_EQ(platform.readCount(app, "AXChildren"), 0);
     EXPECT_EQ(platform.readCount(app, "AXWindows"), 1);
     EXPECT_EQ(platform.readCount(child), 0);
     EXPECT_EQ(platform.readCount(window), 0);
@@ -167,7 +169,9 @@ TEST_F(AXCGDriverQueryTest, BudgetRunningOutMidChildListStopsBeforeTheNextChild)
     platform.setWindows(app, {window});
 
     EXPECT_EQ(titles(queryAll(three)), (std::vector<std::string>{"app", "a", "b"}));
-    EXPECT_EQ(platform.readCount(b, "AXChildren"), 1);  // the last recorded element's list
+    EXPECT_EQ(platform.requestLog()[1], "app AXChildren[0+2]");
+    EXPECT_EQ(platform.readCount(a, "AXChildren"), 1);
+    EXPECT_EQ(platform.readCount(b, "AXChildren"), 0);  // the budget is spent
     EXPECT_EQ(platform.readCount(c), 0);
     EXPECT_EQ(platform.readCount(window), 0);
 }
@@ -186,6 +190,87 @@ TEST_F(AXCGDriverQueryTest, OneBudgetCoversTheTreeAndTheWindows) {
     EXPECT_EQ(platform.readCount(w2), 0);
 }
 
+TEST_F(AXCGDriverQueryTest, ChildrenAreAskedForOnlyAsFarAsTheBudgetReaches) {
+    AXCGDriver ten(platform, 10, 1.5);
+    AXElement list = node("list", "AXList");
+    std::vector<AXElement> items;
+    for (int i = 0; i < 50; ++i) {
+        items.push_back(node("item" + std::to_string(i), "AXRow"));
+    }
+    platform.setChildren(app, {list});
+    platform.setChildren(list, items);
+
+    const auto elements = queryAll(ten);
+    ASSERT_EQ(elements.size(), 10u);
+    EXPECT_EQ(elements.back().title, "item7");
+    // After the application element 9 more could be recorded, after the list 8.
+    EXPECT_EQ(platform.requestLog()[1], "app AXChildren[0+9]");
+    EXPECT_EQ(platform.requestLog()[3], "list AXChildren[0+8]");
+    EXPECT_EQ(platform.readCount(items[8]), 0);
+    // Each item's own (empty) child list is asked for while budget is left.
+    EXPECT_EQ(platform.readCount(items[6], "AXChildren"), 1);
+    EXPECT_EQ(platform.readCount(items[7], "AXChildren"), 0);
+}
+
+// The structural state reports what a query without selector reports: walks
+// of the same elements, with the same budget, depth limit and window walks.
+StructuralState summaryOf(const std::vector<ElementInfo>& elements) {
+    StructuralState state;
+    for (const auto& element : elements) {
+        ++state.roleHistogram[element.role];
+    }
+    state.elementCount = static_cast<int64_t>(elements.size());
+    return state;
+}
+
+TEST_F(AXCGDriverQueryTest, TheStructuralStateAsksOnlyForRolesAndChildLists) {
+    AXElement window = node("window", "AXWindow");
+    AXElement field = node("field", "AXTextField");
+    platform.setText(field, "AXValue", "text");
+    platform.setFrame(field, Rect{1, 2, 3, 4});
+    platform.setChildren(app, {window});
+    platform.setChildren(window, {field});
+    platform.setWindows(app, {window});
+
+    const StructuralState state = driver.structuralState(kApp);
+    EXPECT_EQ(state.elementCount, 5);
+    EXPECT_EQ(platform.readCount("AXTitle"), 0);
+    EXPECT_EQ(platform.readCount("AXIdentifier"), 0);
+    EXPECT_EQ(platform.readCount("AXValue"), 0);
+    EXPECT_EQ(platform.readCount("AXPosition"), 0);
+    EXPECT_EQ(platform.readCount("AXSize"), 0);
+    EXPECT_EQ(platform.requestLog(), (std::vector<std::string>{
+                                         "app AXRole",
+                                         "app AXChildren[0+2999]",
+                                         "window AXRole",
+                                         "window AXChildren[0+2998]",
+                                         "field AXRole",
+                                         "field AXChildren[0+2997]",
+                                         "window AXRole",
+                                         "window AXChildren[0+2996]",
+                                         "field AXRole",
+                                         "field AXChildren[0+2995]",
+                                     }));
+    EXPECT_EQ(platform.readLog().back(), "field.AXChildren");
+    EXPECT_EQ(std::count(platform.readLog().begin(), platform.readLog().end(), "app.AXWindows"), 1);
+}
+
+TEST_F(AXCGDriverQueryTest, TheStructuralStateCountsWhatAQueryFindsAtEveryBudget) {
+    AXElement window = node("window", "AXWindow");
+    AXElement other = node("other", "AXWindow");
+    platform.setChildren(app, {window, node("menubar", "AXMenuBar")});
+    platform.setWindows(app, {window, other});
+    auto deep = chainBelow(window, "d", 62);  // below depth 60 in both walks
+    platform.setChildren(other, {node("unnamed", "AXUnknown"), node("ok", "AXButton")});
+    for (int64_t budget : {0, 1, 2, 3, 30, 61, 62, 63, 125, 3000}) {
+        AXCGDriver limited(platform, budget, 1.5);
+        StructuralState expected = summaryOf(limited.query(kApp, std::nullopt, true));
+        expected.frontmostBundleId = "com.example.front";
+        platform.setFrontmost("com.example.front");
+        EXPECT_EQ(limited.structuralState(kApp), expected) << "budget " << budget;
+    }
+}
+
 TEST_F(AXCGDriverQueryTest, NumberValueIsPresentWithoutText) {
     AXElement box = node("box", "AXCheckBox");
     platform.setRead(box, "AXValue", AttributeRead::success(AttributeValue::ofNumber(1)));
@@ -195,7 +280,7 @@ TEST_F(AXCGDriverQueryTest, NumberValueIsPresentWithoutText) {
     ASSERT_EQ(elements.size(), 2u);
     EXPECT_TRUE(elements[1].valuePresent);
     EXPECT_EQ(elements[1].value, std::nullopt);
-    EXPECT_EQ(platform.readCount(box, "AXValue"), 2);
+    EXPECT_EQ(platform.readCount(box, "AXValue"), 1);
 
     ElementSelector byValue;
     byValue.valueContains = "1";
@@ -231,7 +316,7 @@ TEST_F(AXCGDriverQueryTest, TextAttributesAreAbsentUnlessTheyReadAsText) {
     platform.setRead(odd, "AXIdentifier",
                      AttributeRead::success(AttributeValue::ofElements({app})));
     AXElement plain = platform.element("plain");
-    platform.setRead(plain, "AXRole", AttributeRead::failure(kAXErrorCannotComplete));
+    platform.setRead(plain, "AXRole", AttributeRead::failure(kAXErrorFailure));
     platform.setText(plain, "AXIdentifier", "plain-id");
     platform.setRead(plain, "AXTitle", AttributeRead::success(AttributeValue::ofBoolean(true)));
     platform.setChildren(app, {odd, plain});
@@ -258,10 +343,10 @@ TEST_F(AXCGDriverQueryTest, FrameNeedsBothPositionAndSize) {
     EXPECT_EQ(elements[1].frame, (Rect{10, 20, 30, 40}));
     EXPECT_EQ(elements[2].frame, std::nullopt);
     EXPECT_EQ(platform.readCount(positionOnly, "AXSize"), 1);
+    // The size is asked for with the position, and counts only when the position
+    // read succeeded.
     EXPECT_EQ(elements[3].frame, std::nullopt);
-    // The size is read only when the position read succeeded.
-    EXPECT_EQ(platform.readCount(noPosition, "AXSize"), 0);
-    EXPECT_EQ(platform.readCount("AXSize"), 2);
+    EXPECT_EQ(platform.readCount(noPosition, "AXSize"), 1);
 }
 
 TEST_F(AXCGDriverQueryTest, FrameNeedsNonNullBoxedValues) {

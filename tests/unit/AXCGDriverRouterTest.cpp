@@ -352,6 +352,51 @@ TEST_F(AXCGDriverRouterTest, AFailingAssertQueriesFourTimesWithThreePauses) {
     EXPECT_EQ(platform.applicationElementRequests().size(), 5u);
 }
 
+TEST_F(AXCGDriverRouterTest, AStoppedApplicationCostsOneTimeOutThenAProbePerWalk) {
+    // The application stops answering accessibility; the desktop still works.
+    platform.setAnswering(false, 6.0);
+    const auto response = run(R"({
+        "sessionId": "s", "seatLease": "l", "targetBundleId": "com.example.editor",
+        "screenshotDir": "/shots",
+        "actions": [
+            {"kind": "query"},
+            {"kind": "click", "selector": {"role": "AXButton", "title": "save"}},
+            {"kind": "assert", "selector": {"role": "AXButton"}, "expect": {"exists": true}},
+            {"kind": "typeText", "text": "a"},
+            {"kind": "screenshot"},
+            {"kind": "frontmost"}
+        ]
+    })");
+    ASSERT_EQ(response.receipts.size(), 6u);
+    EXPECT_TRUE(response.receipts[0].succeeded);
+    EXPECT_EQ(response.receipts[0].queryResult->size(), 1u);
+    EXPECT_EQ(response.receipts[1].errorMessage, "element not found: role=AXButton,title~=save");
+    EXPECT_FALSE(response.receipts[2].succeeded);
+    EXPECT_TRUE(response.receipts[3].succeeded);
+    EXPECT_TRUE(response.receipts[4].succeeded);
+    EXPECT_TRUE(response.receipts[5].succeeded);
+    for (const auto& receipt : response.receipts) {
+        EXPECT_EQ(receipt.postActionStructuralState.elementCount, 1);
+    }
+    // Walks: the query, its state, the click's query and state, four assert
+    // queries and the state, and the states of typeText, screenshot, frontmost:
+    // twelve. The first waits out the provider's time-out; each of the eleven
+    // others waits one probe.
+    std::vector<std::string> waits;
+    for (const auto& line : platform.timeline()) {
+        if (line.rfind("unanswered", 0) == 0 || line.rfind("timeout", 0) == 0) {
+            waits.push_back(line);
+        }
+    }
+    std::vector<std::string> expected = {"unanswered app.AXRole 6"};
+    for (int walk = 0; walk < 11; ++walk) {
+        expected.push_back("timeout app 0.25");
+        expected.push_back("unanswered app.AXRole 0.25");
+    }
+    EXPECT_EQ(waits, expected);
+    EXPECT_EQ(platform.applicationElementRequests().size(), 12u);
+}
+
 TEST_F(AXCGDriverRouterTest, GatesStopTheRunBeforeTheDesktopIsTouched) {
     const auto response = run(R"({
         "sessionId": "s", "seatLease": " \t", "targetBundleId": "com.example.editor",

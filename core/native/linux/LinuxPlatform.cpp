@@ -52,6 +52,16 @@ AttributeRead LinuxPlatform::copyAttribute(const AXElement& element, const std::
     return accessibility_.copyAttribute(element, name);
 }
 
+std::vector<AttributeRead> LinuxPlatform::copyAttributes(const AXElement& element,
+                                                         const std::vector<std::string>& names) {
+    return accessibility_.copyAttributes(element, names);
+}
+
+AttributeRead LinuxPlatform::copyAttributeValues(const AXElement& element, const std::string& name,
+                                                 int64_t index, int64_t maxValues) {
+    return accessibility_.copyAttributeValues(element, name, index, maxValues);
+}
+
 int32_t LinuxPlatform::setMessagingTimeout(const AXElement& element, double seconds) {
     return accessibility_.setMessagingTimeout(element, seconds);
 }

@@ -26,6 +26,10 @@ class LinuxPlatform final : public Platform {
 
     AXElement applicationElement(int32_t processId) override;
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
+    std::vector<AttributeRead> copyAttributes(const AXElement& element,
+                                              const std::vector<std::string>& names) override;
+    AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
+                                      int64_t index, int64_t maxValues) override;
     int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
     bool isProcessTrusted() override;
 

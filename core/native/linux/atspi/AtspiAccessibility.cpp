@@ -1,5 +1,7 @@
 #include "core/native/linux/atspi/AtspiAccessibility.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -262,14 +264,19 @@ AttributeRead readExtents(AtspiAccessible* object, bool position) {
     return AttributeRead::success(std::move(value));
 }
 
-AttributeRead readChildren(AtspiAccessible* object) {
+// The children from `index` on, at most `maxValues` of them: asked for one index
+// at a time, so no others are made.
+AttributeRead readChildren(AtspiAccessible* object, int64_t index = 0,
+                           int64_t maxValues = G_MAXINT) {
     ErrorHolder error;
     gint count = atspi_accessible_get_child_count(object, error.out());
     if (error.failed()) {
         return AttributeRead::failure(kAXErrorCannotComplete);
     }
+    const gint from = static_cast<gint>(std::clamp<int64_t>(index, 0, count));
+    const gint to = from + static_cast<gint>(std::clamp<int64_t>(maxValues, 0, count - from));
     std::vector<AXElement> children;
-    for (gint i = 0; i < count; ++i) {
+    for (gint i = from; i < to; ++i) {
         // A child that went away in the meantime is left out.
         AtspiAccessible* child = atspi_accessible_get_child_at_index(object, i, error.out());
         if (child != nullptr) {
@@ -343,10 +350,7 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
 AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const std::string& name) {
     if (const AtspiAddress* application = snapshotApplication(element)) {
         std::lock_guard lock(atspiMutex());
-        // The direct connection is asked for with the first read, under the
-        // application's time limit: an application that does not answer that
-        // question does not answer the read either.
-        if (reads_ == AtspiReads::pipelined && transport_->connect(application->busName)) {
+        if (unreachable(*application)) {
             return AttributeRead::failure(kAXErrorCannotComplete);
         }
         return readSnapshotElement(element, name);
@@ -360,9 +364,7 @@ AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const 
     }
     std::lock_guard lock(atspiMutex());
     AtspiAccessible* object = atspiElement->object();
-    auto limit = timeouts_.find(busNameOf(object));
-    useTimeout(limit == timeouts_.end() ? kRequestTimeoutMs
-                                        : static_cast<gint>(limit->second * 1000));
+    useTimeout(static_cast<gint>(timeoutOf(object) * 1000));
     if (name == "AXRole") {
         return readRole(object);
     }
@@ -400,6 +402,89 @@ AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const 
         return readWindows(object);
     }
     return AttributeRead::failure(kAXErrorAttributeUnsupported);
+}
+
+bool AtspiAccessibility::unreachable(const AtspiAddress& application) {
+    // The direct connection is asked for with the first read, under the
+    // application's time limit: an application that does not answer that
+    // question does not answer the read either.
+    return reads_ == AtspiReads::pipelined && transport_->connect(application.busName);
+}
+
+double AtspiAccessibility::timeoutOf(AtspiAccessible* object) const {
+    auto limit = timeouts_.find(busNameOf(object));
+    return limit == timeouts_.end() ? kRequestTimeoutMs / 1000.0 : limit->second;
+}
+
+std::vector<AttributeRead> AtspiAccessibility::copyAttributes(
+    const AXElement& element, const std::vector<std::string>& names) {
+    if (const AtspiAddress* application = snapshotApplication(element)) {
+        std::lock_guard lock(atspiMutex());
+        if (unreachable(*application)) {
+            return std::vector<AttributeRead>(names.size(),
+                                              AttributeRead::failure(kAXErrorCannotComplete));
+        }
+        return readSnapshotElementAttributes(element, names);
+    }
+    // One call at a time, as one request: once the application has let one read
+    // wait out its time limit, it is not asked the rest.
+    const auto* atspiElement = dynamic_cast<const AtspiElement*>(element.get());
+    const double limit = atspiElement != nullptr ? timeoutOf(atspiElement->object()) : 0;
+    std::vector<AttributeRead> reads;
+    reads.reserve(names.size());
+    bool unanswered = false;
+    for (const std::string& name : names) {
+        if (unanswered) {
+            reads.push_back(AttributeRead::failure(kAXErrorCannotComplete));
+            continue;
+        }
+        const auto started = std::chrono::steady_clock::now();
+        reads.push_back(copyAttribute(element, name));
+        const double took =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+        unanswered = reads.back().code == kAXErrorCannotComplete && took >= limit * 0.9;
+    }
+    return reads;
+}
+
+AttributeRead AtspiAccessibility::copyAttributeValues(const AXElement& element,
+                                                      const std::string& name, int64_t index,
+                                                      int64_t maxValues) {
+    if (const AtspiAddress* application = snapshotApplication(element)) {
+        std::lock_guard lock(atspiMutex());
+        if (unreachable(*application)) {
+            return AttributeRead::failure(kAXErrorCannotComplete);
+        }
+        return readSnapshotElementSlice(element, name, index, maxValues);
+    }
+    const auto* atspiElement = dynamic_cast<const AtspiElement*>(element.get());
+    if (atspiElement == nullptr) {
+        return AttributeRead::failure(kAXErrorFailure);
+    }
+    if (atspiElement->object() == nullptr) {
+        return AttributeRead::failure(atspiElement->failure());
+    }
+    AttributeRead read;
+    {
+        std::lock_guard lock(atspiMutex());
+        AtspiAccessible* object = atspiElement->object();
+        useTimeout(static_cast<gint>(timeoutOf(object) * 1000));
+        if (name == "AXChildren") {
+            read = readChildren(object, index, maxValues);
+        }
+    }
+    if (name != "AXChildren") {
+        read = copyAttribute(element, name);
+        if (read.code == kAXErrorSuccess && read.value &&
+            read.value->type == AttributeValue::Type::elementList) {
+            auto& items = read.value->elements;
+            const auto size = static_cast<int64_t>(items.size());
+            const int64_t from = std::clamp<int64_t>(index, 0, size);
+            const int64_t to = from + std::clamp<int64_t>(maxValues, 0, size - from);
+            items = std::vector<AXElement>(items.begin() + from, items.begin() + to);
+        }
+    }
+    return read;
 }
 
 int32_t AtspiAccessibility::setMessagingTimeout(const AXElement& element, double seconds) {

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/native/Platform.h"
 
@@ -36,9 +37,12 @@
 // VELMORA_ATSPI_SYNC=1 in the environment selects the second for the platform
 // that makeSystemPlatform builds.
 
+typedef struct _AtspiAccessible AtspiAccessible;
+
 namespace velmora::native::freedesktop {
 
 class DBusAtspiTransport;
+struct AtspiAddress;
 
 enum class AtspiReads {
     pipelined,            // over a direct connection where the application offers one
@@ -59,6 +63,14 @@ class AtspiAccessibility {
     // still exists, and every read of it fails.
     AXElement applicationElement(int32_t processId);
     AttributeRead copyAttribute(const AXElement& element, const std::string& name);
+    // Several attributes at once (pipelined: one record; one call at a time: one
+    // read each, the rest failing at once after one the application did not
+    // answer in time), and a slice of a child list (one call at a time: the
+    // count, then one index at a time).
+    std::vector<AttributeRead> copyAttributes(const AXElement& element,
+                                              const std::vector<std::string>& names);
+    AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
+                                      int64_t index, int64_t maxValues);
     // The time limit of every request to the element's application, from the next
     // read on; 0 gives it the provider's own (2.5 s) again.
     int32_t setMessagingTimeout(const AXElement& element, double seconds);
@@ -66,6 +78,11 @@ class AtspiAccessibility {
     bool isReachable();
 
   private:
+    // Whether the pipelined reader's application did not answer the request for
+    // its direct connection.
+    bool unreachable(const AtspiAddress& application);
+    double timeoutOf(AtspiAccessible* object) const;
+
     AtspiReads reads_;
     std::map<std::string, double> timeouts_;         // by bus name, for one-call-at-a-time reads
     std::shared_ptr<DBusAtspiTransport> transport_;  // pipelined reads, made on first use

@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include <atspi/atspi-constants.h>
+
 #include "core/native/linux/atspi/AtspiCacheIndex.h"
 #include "core/native/linux/atspi/AtspiRecord.h"
 
@@ -20,6 +22,13 @@ constexpr int kAttributeCount = 8;
 // How many reads one record answers, per attribute: the walk reads the value twice
 // (whether there is one, then its text) and everything else once.
 constexpr std::array<int, kAttributeCount> kAnswersPerRecord = {1, 1, 1, 2, 1, 1, 1, 1};
+
+// A set of attributes, one bit each.
+using Attributes = uint32_t;
+constexpr Attributes kEveryAttribute = (1u << kAttributeCount) - 1;
+constexpr Attributes bit(int attribute) {
+    return 1u << attribute;
+}
 
 int attributeOf(const std::string& name) {
     static const std::array<const char*, kAttributeCount> kNames = {
@@ -49,10 +58,14 @@ struct Node {
     int outstanding = 0;       // requests of the current record in flight
     AtspiRecord record;
     bool childRolesAsked = false;
-    // Children read one index at a time, for applications that refuse GetChildren.
+    // Children read one index at a time: for elements that manage their own
+    // descendants (only as many as a walk can record), and for applications that
+    // refuse GetChildren.
+    bool childrenByIndex = false;
+    int32_t childCount = -1;  // as the element reported it, once asked
     std::vector<std::optional<AtspiAddress>> childSlots;
     int childSlotsPending = 0;
-    bool childSlotsAsked = false;
+    size_t childSlotsAsked = 0;  // indices asked for so far
     bool childrenMade = false;
     std::vector<std::shared_ptr<Node>> children;
     std::array<int, kAttributeCount> served{};
@@ -84,6 +97,9 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     }
 
     AttributeRead read(const std::shared_ptr<Node>& node, int attribute);
+    std::vector<AttributeRead> readMany(const std::shared_ptr<Node>& node,
+                                        const std::vector<int>& attributes);
+    AttributeRead readChildren(const std::shared_ptr<Node>& node, int64_t index, int64_t maxValues);
     const AtspiAddress& application() const { return application_; }
 
   private:
@@ -92,6 +108,11 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
         return streams_.back().get();
     }
 
+    void prepare(const std::shared_ptr<Node>& node, Attributes attributes);
+    void want(Attributes attributes, const std::shared_ptr<Node>& node);
+    bool wanted(int attribute) const { return (wanted_ & bit(attribute)) != 0; }
+    void askChildren(const std::shared_ptr<Node>& node);
+    void askChildSlots(const std::shared_ptr<Node>& node, size_t upTo);
     void visit(Node& node);
     std::shared_ptr<Node> batchHorizon(Stream* stream);
     void topUp(Stream& stream);
@@ -120,6 +141,14 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     bool cacheOffered_ = true;  // until the application says otherwise
     uint64_t visits_ = 0;
     bool toppingUp_ = false;
+    // What the walk reads of every element, learnt from its first read: several
+    // attributes at once tell which; a read of one attribute alone, everything.
+    Attributes wanted_ = kEveryAttribute;
+    bool wantedKnown_ = false;
+    // How many children of an element that manages its descendants are asked
+    // for ahead: no more than the walk's last slice of a child list reached (its
+    // remaining budget), and before that no more than the agent's budget.
+    int64_t childLimit_ = 3000;
 };
 
 class SnapshotElement final : public AccessibleObject {
@@ -128,6 +157,12 @@ class SnapshotElement final : public AccessibleObject {
         : snapshot_(std::move(snapshot)), node_(std::move(node)) {}
 
     AttributeRead read(int attribute) const { return snapshot_->read(node_, attribute); }
+    std::vector<AttributeRead> readMany(const std::vector<int>& attributes) const {
+        return snapshot_->readMany(node_, attributes);
+    }
+    AttributeRead readChildren(int64_t index, int64_t maxValues) const {
+        return snapshot_->readChildren(node_, index, maxValues);
+    }
     const AtspiAddress& application() const { return snapshot_->application(); }
 
   private:
@@ -168,13 +203,37 @@ void Snapshot::askFact(const std::shared_ptr<Node>& node, Fetched<T> AtspiRecord
         });
 }
 
-AttributeRead Snapshot::read(const std::shared_ptr<Node>& node, int attribute) {
+void Snapshot::want(Attributes attributes, const std::shared_ptr<Node>& node) {
+    if (!wantedKnown_) {
+        wantedKnown_ = true;
+        // Child and window lists are what the walk goes by: always fetched.
+        wanted_ = attributes | bit(kChildren) | bit(kWindows);
+        return;
+    }
+    if ((attributes & ~wanted_) != 0) {
+        // A read of something not fetched so far: from now on every record has
+        // it, and this one is fetched again with it.
+        wanted_ |= attributes;
+        if (node->requested && ready(*node)) {
+            refetch(node);
+        }
+    }
+}
+
+void Snapshot::prepare(const std::shared_ptr<Node>& node, Attributes attributes) {
     const bool firstRead = !node->visited;
     visit(*node);
+    bool servedBefore = false;
+    for (int attribute = 0; attribute < kAttributeCount; ++attribute) {
+        if ((attributes & bit(attribute)) != 0 &&
+            node->served[attribute] >= kAnswersPerRecord[attribute]) {
+            servedBefore = true;
+        }
+    }
     if (!node->requested) {
         waitForCache(node->stream);
         request(node);
-    } else if (ready(*node) && node->served[attribute] >= kAnswersPerRecord[attribute]) {
+    } else if (ready(*node) && servedBefore) {
         refetch(node);
     }
     if (firstRead) {
@@ -198,8 +257,67 @@ AttributeRead Snapshot::read(const std::shared_ptr<Node>& node, int attribute) {
             }
         }
     }
+}
+
+AttributeRead Snapshot::read(const std::shared_ptr<Node>& node, int attribute) {
+    // A reader that starts with one attribute at a time is given everything.
+    want(wantedKnown_ ? bit(attribute) : kEveryAttribute, node);
+    prepare(node, bit(attribute));
     ++node->served[attribute];
     return answer(node, attribute);
+}
+
+std::vector<AttributeRead> Snapshot::readMany(const std::shared_ptr<Node>& node,
+                                              const std::vector<int>& attributes) {
+    Attributes asked = 0;
+    for (int attribute : attributes) {
+        asked |= bit(attribute);
+    }
+    want(asked, node);
+    prepare(node, asked);
+    std::vector<AttributeRead> answers;
+    answers.reserve(attributes.size());
+    for (int attribute : attributes) {
+        // One read of several attributes answers each of them in full.
+        node->served[attribute] = kAnswersPerRecord[attribute];
+        answers.push_back(answer(node, attribute));
+    }
+    return answers;
+}
+
+AttributeRead Snapshot::readChildren(const std::shared_ptr<Node>& node, int64_t index,
+                                     int64_t maxValues) {
+    const int64_t wantedEnd = index + std::max<int64_t>(maxValues, 0);
+    // The walk's remaining budget only shrinks: the last slice is the bound.
+    childLimit_ = wantedEnd;
+    want(bit(kChildren), node);
+    prepare(node, bit(kChildren));
+    ++node->served[kChildren];
+    if (node->childrenByIndex && node->record.children.ok() && node->childCount >= 0) {
+        // Fetched ahead as far as an earlier limit reached: fetch the rest of the
+        // slice now.
+        const auto reach = static_cast<size_t>(std::min<int64_t>(node->childCount, wantedEnd));
+        if (node->childSlotsAsked < reach) {
+            node->record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
+            node->childrenMade = false;
+            node->children.clear();
+            askChildSlots(node, reach);
+            while (!ready(*node)) {
+                if (!transport_->pump(true)) {
+                    break;
+                }
+            }
+        }
+    }
+    AttributeRead list = answer(node, kChildren);
+    if (list.code == kAXErrorSuccess && list.value) {
+        auto& items = list.value->elements;
+        const auto size = static_cast<int64_t>(items.size());
+        const int64_t from = std::clamp<int64_t>(index, 0, size);
+        const int64_t to = from + std::clamp<int64_t>(maxValues, 0, size - from);
+        items = std::vector<AXElement>(items.begin() + from, items.begin() + to);
+    }
+    return list;
 }
 
 std::shared_ptr<Node> Snapshot::batchHorizon(Stream* stream) {
@@ -305,48 +423,68 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
         node->stream->cache == Stream::Cache::ready) {
         cached = node->stream->index->find(node->address);
     }
+    const bool needsInterfaces = wanted(kValue) || wanted(kPosition) || wanted(kSize);
     if (cached != nullptr) {
         const AtspiCacheItem& item = *cached->item;
         record.role.answer(item.role);
         record.name.answer(item.name);
         record.interfaces.answer(item.interfaces);
         record.states.answer(item.states);
+        node->childCount = item.childCount;
         if (cached->children) {
             record.children.answer(*cached->children);
         }
     } else {
+        // The role, and the states: they name some roles (a multi-line text, an
+        // editable combo box) and say whether the children are to be read one
+        // index at a time.
         askFact(node, &AtspiRecord::role, &AtspiReply::number, AtspiCall::role);
-        askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
+        askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
+        if (wanted(kTitle)) {
+            askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
+        }
         // Which interfaces an object has does not change: read once, as libatspi does.
-        if (!record.interfaces.ok()) {
+        if (needsInterfaces && !record.interfaces.ok()) {
             askFact(node, &AtspiRecord::interfaces, &AtspiReply::interfaces, AtspiCall::interfaces);
         }
-        askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
     }
-    askFact(node, &AtspiRecord::accessibleId, &AtspiReply::text, AtspiCall::accessibleId);
-    if (!record.children.known()) {
-        record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
-        ask(node, AtspiRequest{AtspiCall::children, node->address},
-            [](Node& answered, const AtspiReply& reply) {
-                if (!reply.ok) {
-                    // Some applications refuse GetChildren (too many children, or not
-                    // implemented): read the children one index at a time instead.
-                    answered.record.children.state =
-                        Fetched<std::vector<AtspiAddress>>::State::unasked;
-                    return;
-                }
-                // A null reference is a child that went away in the meantime: it is
-                // left out, as reading one index at a time leaves it out.
-                std::vector<AtspiAddress> children;
-                for (const auto& reference : reply.references) {
-                    if (reference.path != kAtspiNullPath) {
-                        children.push_back(reference);
-                    }
-                }
-                answered.record.children.answer(std::move(children));
-            });
+    if (wanted(kIdentifier)) {
+        askFact(node, &AtspiRecord::accessibleId, &AtspiReply::text, AtspiCall::accessibleId);
     }
     advance(node);
+}
+
+void Snapshot::askChildren(const std::shared_ptr<Node>& node) {
+    AtspiRecord& record = node->record;
+    const bool manages =
+        record.states.ok() && hasState(record.states.value, ATSPI_STATE_MANAGES_DESCENDANTS);
+    if (manages || node->childCount > childLimit_) {
+        // Its children may be made only when asked for, and be millions: ask for
+        // them one index at a time, no further than a walk can record.
+        node->childrenByIndex = true;
+        askChildrenByIndex(node);
+        return;
+    }
+    record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
+    ask(node, AtspiRequest{AtspiCall::children, node->address},
+        [](Node& answered, const AtspiReply& reply) {
+            if (!reply.ok) {
+                // Some applications refuse GetChildren (too many children, or not
+                // implemented): read the children one index at a time instead.
+                answered.childrenByIndex = true;
+                answered.record.children.state = Fetched<std::vector<AtspiAddress>>::State::unasked;
+                return;
+            }
+            // A null reference is a child that went away in the meantime: it is
+            // left out, as reading one index at a time leaves it out.
+            std::vector<AtspiAddress> children;
+            for (const auto& reference : reply.references) {
+                if (reference.path != kAtspiNullPath) {
+                    children.push_back(reference);
+                }
+            }
+            answered.record.children.answer(std::move(children));
+        });
 }
 
 void Snapshot::refetch(const std::shared_ptr<Node>& node) {
@@ -358,9 +496,11 @@ void Snapshot::refetch(const std::shared_ptr<Node>& node) {
     }
     node->outstanding = 0;
     node->childRolesAsked = false;
+    node->childrenByIndex = false;
+    node->childCount = -1;
     node->childSlots.clear();
     node->childSlotsPending = 0;
-    node->childSlotsAsked = false;
+    node->childSlotsAsked = 0;
     node->childrenMade = false;
     node->children.clear();
     node->served = {};
@@ -376,53 +516,68 @@ void Snapshot::askChildrenByIndex(const std::shared_ptr<Node>& node) {
                 answered.record.children.fail();
                 return;
             }
-            const int32_t count = std::max(reply.integer, 0);
-            answered.childSlots.assign(static_cast<size_t>(count), std::nullopt);
-            answered.childSlotsPending = count;
-            if (count == 0) {
-                answered.record.children.answer({});
-            }
+            answered.childCount = std::max(reply.integer, 0);
         });
+}
+
+void Snapshot::askChildSlots(const std::shared_ptr<Node>& node, size_t upTo) {
+    if (node->childSlots.size() < upTo) {
+        node->childSlots.resize(upTo);
+    }
+    for (size_t i = node->childSlotsAsked; i < upTo; ++i) {
+        ++node->childSlotsPending;
+        ask(node, AtspiRequest{AtspiCall::childAtIndex, node->address, static_cast<int32_t>(i)},
+            [i](Node& answered, const AtspiReply& reply) {
+                if (reply.ok && !reply.references.empty() &&
+                    reply.references.front().path != kAtspiNullPath) {
+                    answered.childSlots[i] = reply.references.front();
+                }
+                if (--answered.childSlotsPending == 0) {
+                    std::vector<AtspiAddress> children;
+                    for (auto& slot : answered.childSlots) {
+                        if (slot) {
+                            children.push_back(*slot);
+                        }
+                    }
+                    answered.record.children.answer(std::move(children));
+                }
+            });
+    }
+    node->childSlotsAsked = std::max(node->childSlotsAsked, upTo);
 }
 
 void Snapshot::advance(const std::shared_ptr<Node>& node) {
     AtspiRecord& record = node->record;
 
-    if (record.children.state == Fetched<std::vector<AtspiAddress>>::State::unasked &&
-        node->requested) {
-        askChildrenByIndex(node);
+    if (node->requested &&
+        record.children.state == Fetched<std::vector<AtspiAddress>>::State::unasked) {
+        if (node->childrenByIndex) {
+            askChildrenByIndex(node);
+        } else if (record.states.known()) {
+            askChildren(node);
+        }
     }
-    if (node->childSlotsPending > 0 && !node->childSlotsAsked) {
-        // The count is known: ask for every index at once.
-        node->childSlotsAsked = true;
-        for (size_t i = 0; i < node->childSlots.size(); ++i) {
-            ask(node, AtspiRequest{AtspiCall::childAtIndex, node->address, static_cast<int32_t>(i)},
-                [i](Node& answered, const AtspiReply& reply) {
-                    if (reply.ok && !reply.references.empty() &&
-                        reply.references.front().path != kAtspiNullPath) {
-                        answered.childSlots[i] = reply.references.front();
-                    }
-                    if (--answered.childSlotsPending == 0) {
-                        std::vector<AtspiAddress> children;
-                        for (auto& slot : answered.childSlots) {
-                            if (slot) {
-                                children.push_back(std::move(*slot));
-                            }
-                        }
-                        answered.record.children.answer(std::move(children));
-                    }
-                });
+    if (node->childrenByIndex && node->childCount >= 0 && node->childSlotsAsked == 0 &&
+        record.children.state == Fetched<std::vector<AtspiAddress>>::State::asked &&
+        node->childSlotsPending == 0) {
+        // The count is known: ask for every index the walk can reach at once.
+        const auto reach = static_cast<size_t>(std::min<int64_t>(node->childCount, childLimit_));
+        if (reach == 0) {
+            record.children.answer({});
+        } else {
+            askChildSlots(node, reach);
         }
     }
 
     // Only objects with a Component have extents (asking others makes toolkits
     // complain), so the extents wait for the interfaces.
-    if (record.extents.state == Fetched<AtspiExtents>::State::unasked &&
+    if ((wanted(kPosition) || wanted(kSize)) &&
+        record.extents.state == Fetched<AtspiExtents>::State::unasked &&
         hasInterface(record, kAtspiComponent)) {
         askFact(node, &AtspiRecord::extents, &AtspiReply::extents, AtspiCall::extents);
     }
 
-    switch (valueSource(record)) {
+    switch (wanted(kValue) ? valueSource(record) : ValueSource::none) {
         case ValueSource::currentValue:
             if (record.currentValue.state == Fetched<double>::State::unasked) {
                 askFact(node, &AtspiRecord::currentValue, &AtspiReply::real,
@@ -558,6 +713,51 @@ bool isSnapshotElement(const AXElement& element) {
 const AtspiAddress* snapshotApplication(const AXElement& element) {
     const auto* snapshotElement = dynamic_cast<const SnapshotElement*>(element.get());
     return snapshotElement == nullptr ? nullptr : &snapshotElement->application();
+}
+
+std::vector<AttributeRead> readSnapshotElementAttributes(const AXElement& element,
+                                                         const std::vector<std::string>& names) {
+    const auto* snapshotElement = dynamic_cast<const SnapshotElement*>(element.get());
+    if (snapshotElement == nullptr) {
+        return std::vector<AttributeRead>(names.size(), AttributeRead::failure(kAXErrorFailure));
+    }
+    std::vector<int> known;
+    for (const std::string& name : names) {
+        if (const int attribute = attributeOf(name); attribute >= 0) {
+            known.push_back(attribute);
+        }
+    }
+    std::vector<AttributeRead> answers = snapshotElement->readMany(known);
+    std::vector<AttributeRead> reads;
+    reads.reserve(names.size());
+    size_t next = 0;
+    for (const std::string& name : names) {
+        reads.push_back(attributeOf(name) >= 0
+                            ? std::move(answers[next++])
+                            : AttributeRead::failure(kAXErrorAttributeUnsupported));
+    }
+    return reads;
+}
+
+AttributeRead readSnapshotElementSlice(const AXElement& element, const std::string& name,
+                                       int64_t index, int64_t maxValues) {
+    const auto* snapshotElement = dynamic_cast<const SnapshotElement*>(element.get());
+    if (snapshotElement == nullptr) {
+        return AttributeRead::failure(kAXErrorFailure);
+    }
+    if (attributeOf(name) != kChildren) {
+        AttributeRead read = readSnapshotElement(element, name);
+        if (read.code == kAXErrorSuccess && read.value &&
+            read.value->type == AttributeValue::Type::elementList) {
+            auto& items = read.value->elements;
+            const auto size = static_cast<int64_t>(items.size());
+            const int64_t from = std::clamp<int64_t>(index, 0, size);
+            const int64_t to = from + std::clamp<int64_t>(maxValues, 0, size - from);
+            items = std::vector<AXElement>(items.begin() + from, items.begin() + to);
+        }
+        return read;
+    }
+    return snapshotElement->readChildren(index, maxValues);
 }
 
 AttributeRead readSnapshotElement(const AXElement& element, const std::string& name) {

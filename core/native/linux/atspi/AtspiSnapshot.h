@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/native/Platform.h"
 #include "core/native/linux/atspi/AtspiCalls.h"
@@ -73,5 +75,17 @@ bool isSnapshotElement(const AXElement& element);
 // The application an element of a snapshot belongs to; null for other elements.
 const AtspiAddress* snapshotApplication(const AXElement& element);
 AttributeRead readSnapshotElement(const AXElement& element, const std::string& name);
+// Several attributes at once. The first such read of a snapshot tells it what
+// the walk reads of every element (besides the child and window lists): only
+// that is fetched ahead from then on. A snapshot whose first read is of one
+// attribute alone fetches everything.
+std::vector<AttributeRead> readSnapshotElementAttributes(const AXElement& element,
+                                                         const std::vector<std::string>& names);
+// A slice of a list attribute. Children of an element that manages its
+// descendants (or has more than a walk records) are asked for one index at a
+// time, ahead only as far as the last slice asked for reached: so an element
+// with millions of children costs no more than the walk records.
+AttributeRead readSnapshotElementSlice(const AXElement& element, const std::string& name,
+                                       int64_t index, int64_t maxValues);
 
 }  // namespace velmora::native::freedesktop

@@ -4,10 +4,18 @@
 // applications; and where the time goes: the agent's own CPU time, the
 // application's, the X server's, the accessibility bus daemon's (the agent's
 // reader also measured without its direct connection, over the bus), and what
-// other processes of the machine took.
+// other processes of the machine took. Also per element: the whole `query`
+// action as a process (velmora-agent run: process start, the query's walk and
+// the structural state's), the structural state alone, and the requests each
+// sends; and the total time of a request of six actions against a stopped
+// application.
 //
 //   velmora-bench-snapshot [--sizes 300,1000,3000] [--apps org.xfce.mousepad,galculator]
 //                          [--seconds S] [--readers agent,bus-only,baseline]
+//                          [--page N]
+//
+// --page N adds Firefox ESR showing a generated local page of about N accessible
+// objects (0: none; default 3000).
 //
 // It needs a desktop: run it through bench/snapshot/run, or as
 // scripts/desktop BUILD/bench/snapshot/velmora-bench-snapshot. Each measurement
@@ -22,6 +30,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +50,7 @@
 
 #include "agent/Modes.h"
 #include "bench/snapshot/BaselineReader.h"
+#include "core/model/Json.h"
 #include "core/native/AXCGDriver.h"
 #include "core/native/linux/LinuxPlatform.h"
 #include "core/native/linux/atspi/DBusAtspiTransport.h"
@@ -383,11 +393,89 @@ bool settled(LinuxPlatform& platform, int32_t processId) {
         15);
 }
 
+// Runs `velmora-agent run` with `request` on its standard input; its standard
+// output, or none when it could not be run.
+std::optional<std::string> runAgentProcess(const std::string& request) {
+    int in[2];
+    int out[2];
+    if (pipe2(in, O_CLOEXEC) != 0) {
+        return std::nullopt;
+    }
+    if (pipe2(out, O_CLOEXEC) != 0) {
+        close(in[0]);
+        close(in[1]);
+        return std::nullopt;
+    }
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    std::vector<char*> arguments = {const_cast<char*>(VELMORA_AGENT_PATH), const_cast<char*>("run"),
+                                    nullptr};
+    pid_t processId = 0;
+    const int spawned =
+        posix_spawn(&processId, VELMORA_AGENT_PATH, &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(in[0]);
+    close(out[1]);
+    if (spawned != 0) {
+        close(in[1]);
+        close(out[0]);
+        return std::nullopt;
+    }
+    size_t written = 0;
+    while (written < request.size()) {
+        const ssize_t sent = write(in[1], request.data() + written, request.size() - written);
+        if (sent <= 0) {
+            break;
+        }
+        written += static_cast<size_t>(sent);
+    }
+    close(in[1]);
+    std::string output;
+    char buffer[65536];
+    ssize_t got = 0;
+    while ((got = read(out[0], buffer, sizeof buffer)) > 0) {
+        output.append(buffer, static_cast<size_t>(got));
+    }
+    close(out[0]);
+    waitpid(processId, nullptr, 0);
+    return output;
+}
+
+std::string requestFor(const std::string& id, const velmora::Json& actions) {
+    return velmora::Json{{"protocolVersion", "velmora.driver_broker.v1"},
+                         {"sessionId", "bench"},
+                         {"seatLease", "bench-lease"},
+                         {"targetBundleId", id},
+                         {"actions", actions},
+                         {"screenshotDir", "/tmp"}}
+        .dump();
+}
+
+// The `query` action as a broker has it run: a process of its own, its query
+// and the structural state after it. As many placeholder elements as the query
+// found, for the per-element figures.
+std::vector<ElementInfo> queryAsProcess(const std::string& id) {
+    auto output = runAgentProcess(requestFor(id, velmora::Json::array({{{"kind", "query"}}})));
+    if (!output) {
+        return {};
+    }
+    try {
+        const auto response = velmora::Json::parse(*output);
+        return std::vector<ElementInfo>(response.at("receipts").at(0).at("queryResult").size());
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 struct Row {
     std::string target;
     Sample agent;
     Sample baseline;
     Sample overTheBus;
+    Sample process;              // velmora-agent run with one query action, start to exit
+    Sample structure;            // the structural state alone
     std::vector<double> ratios;  // baseline over agent, per round
     bool equal = false;
     double lookupMilliseconds = 0;  // finding the application, per query
@@ -432,6 +520,11 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
     const Query agent = [&] { return driver.query(id, std::nullopt, true); };
     const Query agentOverTheBus = [&] { return busDriver.query(id, std::nullopt, true); };
     const Query baseline = [&] { return baselineQuery(processId, kNodeBudget); };
+    const Query process = [&] { return queryAsProcess(id); };
+    const Query structure = [&] {
+        return std::vector<ElementInfo>(
+            static_cast<size_t>(driver.structuralState(id).elementCount));
+    };
 
     Row row;
     row.target = target;
@@ -447,6 +540,10 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
     if (readers.overTheBus) {
         row.overTheBus.result = agentOverTheBus();
         row.overTheBus.elements = row.overTheBus.result.size();
+    }
+    if (readers.agent) {
+        row.process.elements = process().size();
+        row.structure.elements = structure().size();
     }
     // What every query pays before reading any element: finding the application's
     // process and its element on the accessibility desktop.
@@ -470,6 +567,10 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
         }
         if (readers.overTheBus) {
             measureOnce(row.overTheBus, agentOverTheBus, processId, helpers);
+        }
+        if (readers.agent) {
+            measureOnce(row.process, process, processId, helpers);
+            measureOnce(row.structure, structure, processId, helpers);
         }
         if (readers.agent && readers.baseline) {
             row.ratios.push_back(row.baseline.walls.back() / row.agent.walls.back());
@@ -508,7 +609,15 @@ std::vector<std::string> split(const std::string& text) {
 }
 
 const char* readerName(const Row& row, const Sample* sample) {
-    return sample == &row.agent ? "agent" : sample == &row.overTheBus ? "bus-only" : "baseline";
+    return sample == &row.agent        ? "agent"
+           : sample == &row.overTheBus ? "bus-only"
+           : sample == &row.process    ? "process"
+           : sample == &row.structure  ? "structure"
+                                       : "baseline";
+}
+
+double ratioOf(double numerator, double denominator) {
+    return denominator > 0 ? numerator / denominator : 0;
 }
 
 void printRows(const std::vector<Row>& rows) {
@@ -532,6 +641,22 @@ void printRows(const std::vector<Row>& rows) {
     }
 
     std::printf(
+        "\nThe whole `query` action as a broker runs it: velmora-agent run, one process\n"
+        "per request (start, the query's walk, the structural state's walk, the\n"
+        "response), in microseconds per element, next to the baseline's walk alone;\n"
+        "and the structural state alone, and as a share of the agent's query.\n\n");
+    std::printf("%-36s %8s %13s %14s %7s %15s %8s\n", "target", "elements", "process us/el",
+                "baseline us/el", "ratio", "structure us/el", "of query");
+    for (const auto& row : rows) {
+        const double process = row.process.medianMicroseconds();
+        const double structure = row.structure.medianMicroseconds();
+        std::printf("%-36s %8zu %13.1f %14.1f %6.1fx %15.1f %7.0f%%\n", row.target.c_str(),
+                    row.process.elements, process, row.baseline.medianMicroseconds(),
+                    ratioOf(row.baseline.medianMicroseconds(), process), structure,
+                    100 * ratioOf(structure, row.agent.medianMicroseconds()));
+    }
+
+    std::printf(
         "\nOf each agent query, finding the application (its process by identifier, its\n"
         "element on the accessibility desktop) before any element is read:\n\n");
     for (const auto& row : rows) {
@@ -548,7 +673,7 @@ void printRows(const std::vector<Row>& rows) {
     std::printf("%-36s %-8s %5s %8s %8s %11s %6s %6s %14s\n", "target", "reader", "runs", "wall",
                 "agent", "application", "X", "bus", "queued a/app");
     for (const auto& row : rows) {
-        for (const auto* sample : {&row.agent, &row.overTheBus, &row.baseline}) {
+        for (const auto* sample : {&row.agent, &row.overTheBus, &row.structure, &row.baseline}) {
             if (sample->repetitions == 0) {
                 continue;
             }
@@ -568,7 +693,7 @@ void printRows(const std::vector<Row>& rows) {
     std::printf("%-36s %-8s %9s %8s %8s %8s %11s\n", "target", "reader", "requests", "writes",
                 "reads", "blocks", "blocked us");
     for (const auto& row : rows) {
-        for (const auto* sample : {&row.agent, &row.overTheBus}) {
+        for (const auto* sample : {&row.agent, &row.overTheBus, &row.structure}) {
             const double count = static_cast<double>(sample->elements) * sample->repetitions;
             if (count == 0) {
                 continue;
@@ -583,6 +708,40 @@ void printRows(const std::vector<Row>& rows) {
     }
 }
 
+// A page of about `objects` accessible objects: rows of a paragraph with its
+// text, a link, a button and a text input (about eight objects each).
+std::string writePage(const std::string& directory, long objects) {
+    const std::string path = directory + "/velmora-bench-page.html";
+    std::ofstream page(path);
+    page << "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>Velmora bench page"
+            "</title></head><body><h1>Velmora bench page</h1>\n";
+    for (long row = 0; row < objects / 8; ++row) {
+        page << "<p>Row " << row << " <a href=\"#r" << row << "\">link " << row
+             << "</a> <button>Button " << row << "</button> <input value=\"entry " << row
+             << "\"></p>\n";
+    }
+    page << "</body></html>\n";
+    return path;
+}
+
+// Starts a process with these arguments, its standard streams sent to /dev/null.
+int32_t startQuietly(const std::vector<std::string>& command) {
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    std::vector<char*> arguments;
+    for (const auto& argument : command) {
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    pid_t processId = 0;
+    const int spawned =
+        posix_spawn(&processId, arguments[0], &actions, nullptr, arguments.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    return spawned == 0 ? processId : 0;
+}
+
 }  // namespace
 }  // namespace velmora::bench
 
@@ -591,6 +750,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> sizes = {"300", "1000", "3000"};
     std::vector<std::string> apps = {"org.xfce.mousepad", "galculator"};
     double seconds = 2;
+    long pageObjects = 3000;
     Readers readers;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
@@ -598,6 +758,8 @@ int main(int argc, char** argv) {
             sizes = split(argv[++i]);
         } else if (option == "--apps" && i + 1 < argc) {
             apps = split(argv[++i]);
+        } else if (option == "--page" && i + 1 < argc) {
+            pageObjects = std::atol(argv[++i]);
         } else if (option == "--seconds" && i + 1 < argc) {
             seconds = std::atof(argv[++i]);
         } else if (option == "--readers" && i + 1 < argc) {
@@ -609,7 +771,7 @@ int main(int argc, char** argv) {
             std::fprintf(stderr,
                          "usage: velmora-bench-snapshot [--sizes 300,1000,3000] "
                          "[--apps org.xfce.mousepad,galculator] [--seconds S] "
-                         "[--readers agent,bus-only,baseline]\n");
+                         "[--readers agent,bus-only,baseline] [--page N]\n");
             return 64;
         }
     }
@@ -674,6 +836,82 @@ int main(int argc, char** argv) {
         std::fflush(stdout);
         rows.push_back(benchmark(app, app, processId, helpers, seconds, readers));
     }
+    if (pageObjects > 0) {
+        const char* scratch = std::getenv("VELMORA_DESKTOP_DIR");
+        const std::string directory = scratch != nullptr ? scratch : "/tmp";
+        const std::string page = writePage(directory, pageObjects);
+        const std::string profile = directory + "/velmora-bench-firefox";
+        mkdir(profile.c_str(), 0700);
+        {
+            // A fresh profile opens a second tab with the privacy notice at first
+            // start, which changes the tree while it is measured: not this one.
+            std::ofstream prefs(profile + "/user.js");
+            prefs << "user_pref(\"datareporting.policy.firstRunURL\", \"\");\n"
+                     "user_pref(\"datareporting.policy.dataSubmissionEnabled\", false);\n"
+                     "user_pref(\"toolkit.telemetry.reportingpolicy.firstRun\", false);\n"
+                     "user_pref(\"browser.startup.homepage_override.mstone\", \"ignore\");\n"
+                     "user_pref(\"browser.aboutwelcome.enabled\", false);\n";
+        }
+        Started firefox(startQuietly(
+            {"/usr/bin/firefox-esr", "--no-remote", "--profile", profile, "file://" + page}));
+        const std::string id = "firefox-esr";
+        int32_t processId = 0;
+        // Its page is in the tree once the query finds the last row's input.
+        LinuxPlatform probe(AtspiReads::pipelined);
+        AXCGDriver driver(probe, velmora::kNodeBudget, velmora::kFocusTimeoutSeconds);
+        const bool shown =
+            firefox.processId() > 0 &&
+            waitFor(
+                [&] {
+                    auto running = platform.runningApplications(id);
+                    processId = running.empty() ? 0 : running.front().processId;
+                    return processId != 0 && driver.query(id, std::nullopt, false).size() >= 500;
+                },
+                60);
+        if (!shown) {
+            std::fprintf(stderr, "velmora-bench-snapshot: firefox-esr did not show the page\n");
+        } else {
+            std::printf("measuring %s page ...\n", id.c_str());
+            std::fflush(stdout);
+            rows.push_back(benchmark(id + " page of " + std::to_string(pageObjects) + " objects",
+                                     id, processId, helpers, seconds, readers));
+        }
+    }
+
+    // A request of six actions against a stopped application: the first
+    // unanswered read costs the time-out, every later walk a short probe.
+    double hungSeconds = -1;
+    size_t hungReceipts = 0;
+    {
+        Started fixture(startFixture(300));
+        if (fixture.processId() != 0 &&
+            waitFor([&] { return visible(platform, kFixtureId, fixture.processId()); }, 30) &&
+            settled(platform, fixture.processId())) {
+            kill(fixture.processId(), SIGSTOP);
+            const double start = now();
+            auto output = runAgentProcess(requestFor(kFixtureId, velmora::Json::parse(R"([
+                {"kind": "query"},
+                {"kind": "click", "selector": {"role": "AXButton", "title": "Button 1"}},
+                {"kind": "assert", "selector": {"role": "AXButton"}, "expect": {"exists": true}},
+                {"kind": "typeText", "text": "x"},
+                {"kind": "screenshot"},
+                {"kind": "frontmost"}
+            ])")));
+            hungSeconds = now() - start;
+            kill(fixture.processId(), SIGCONT);
+            try {
+                hungReceipts = output ? velmora::Json::parse(*output).at("receipts").size() : 0;
+            } catch (const std::exception&) {
+                hungReceipts = 0;
+            }
+        }
+    }
+
     printRows(rows);
+    std::printf(
+        "\nA request of six actions (query, click by selector, a failing assert,\n"
+        "typeText, screenshot, frontmost) against %s stopped with SIGSTOP,\n"
+        "velmora-agent run from start to exit: %.2f s, %zu receipts.\n",
+        kFixtureId, hungSeconds, hungReceipts);
     return std::all_of(rows.begin(), rows.end(), [](const Row& row) { return row.equal; }) ? 0 : 1;
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "core/model/Json.h"
+#include "tests/support/KeptRun.h"
 #include "tests/support/Subprocess.h"
 
 namespace velmora {
@@ -21,7 +22,11 @@ const std::map<std::string, std::string> kNoDesktop = {
 };
 
 ProcessResult agent(const std::vector<std::string>& arguments, const std::string& input = "") {
-    return runProcess(VELMORA_AGENT_PATH, arguments, input, kNoDesktop, 60);
+    testing::KeptRun kept(
+        "cli", testing::KeptRun::modeOf(arguments.empty() ? nullptr : &arguments[0]), input);
+    auto result = runProcess(VELMORA_AGENT_PATH, arguments, input, kNoDesktop, 60);
+    kept.finish(result.out, result.exitStatus);
+    return result;
 }
 
 // Exactly one JSON document followed by one newline.

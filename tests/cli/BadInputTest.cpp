@@ -33,6 +33,7 @@
 #include <vector>
 
 #include "core/model/Json.h"
+#include "tests/support/KeptRun.h"
 
 #if defined(__linux__)
 #include <malloc.h>
@@ -126,6 +127,7 @@ AgentRun runAgent(std::string&& input) {
     int errFd = unlinkedTemporaryFile();
     writeAll(inFd, input);
     ::lseek(inFd, 0, SEEK_SET);
+    testing::KeptRun kept("bad-input", "run", input);
     std::string().swap(input);
 #if defined(__linux__)
     // Hand freed heap back, so that the child's copy of us starts small.
@@ -194,6 +196,7 @@ AgentRun runAgent(std::string&& input) {
 #endif
     run.out = readFromStart(outFd);
     run.err = readFromStart(errFd);
+    kept.finish(run.out, run.exitStatus);
     ::close(inFd);
     ::close(outFd);
     ::close(errFd);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/model/Json.h"
+#include "tests/support/KeptRun.h"
 #include "tests/support/Subprocess.h"
 
 #ifndef VELMORA_REPLAY_PATH
@@ -54,7 +55,10 @@ class ReplayTest : public ::testing::Test {
 
     static ProcessResult replay(const std::vector<std::string>& arguments, const std::string& input,
                                 const std::map<std::string, std::string>& environment = {}) {
-        return runProcess(VELMORA_REPLAY_PATH, arguments, input, environment, 60);
+        testing::KeptRun kept("replay", "run", input);
+        auto result = runProcess(VELMORA_REPLAY_PATH, arguments, input, environment, 60);
+        kept.finish(result.out, result.exitStatus);
+        return result;
     }
 
     std::string scratch_;

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <thread>
 
+#include "tests/support/KeptRun.h"
 #include "tests/support/Subprocess.h"
 
 namespace velmora::e2e {
@@ -33,8 +34,11 @@ void sleepFor(double seconds) {
 }  // namespace
 
 AgentRun runAgent(const std::vector<std::string>& arguments, const std::string& input) {
+    testing::KeptRun kept(
+        "e2e", testing::KeptRun::modeOf(arguments.empty() ? nullptr : &arguments[0]), input);
     auto result =
         testing::runProcess(VELMORA_AGENT_PATH, arguments, input, {}, kAgentTimeoutSeconds);
+    kept.finish(result.out, result.exitStatus);
     AgentRun run{.exitStatus = result.exitStatus, .response = nullptr, .err = result.err};
     EXPECT_FALSE(result.timedOut) << "the agent did not finish within " << kAgentTimeoutSeconds
                                   << " s";

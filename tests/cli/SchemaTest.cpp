@@ -39,11 +39,18 @@ void writeFile(const std::string& path, const std::string& contents) {
 class SchemaTest : public ::testing::Test {
   protected:
     void SetUp() override {
+#if defined(__APPLE__)
+        GTEST_SKIP() << "the validator is Debian's python3-jsonschema: these checks run on Linux";
+#endif
         std::string pattern = ::testing::TempDir() + "velmora-schema-XXXXXX";
         ASSERT_NE(mkdtemp(pattern.data()), nullptr);
         scratch_ = pattern;
     }
-    void TearDown() override { std::filesystem::remove_all(scratch_); }
+    void TearDown() override {
+        if (!scratch_.empty()) {
+            std::filesystem::remove_all(scratch_);
+        }
+    }
 
     // Keeps a run as the tests' hook does, with the given outcome.
     void keep(const std::string& name, const std::string& mode, const std::string& input,

@@ -9,6 +9,7 @@
 #include "core/native/linux/ConditionSemaphore.h"
 #include "core/native/linux/PngEncoder.h"
 #include "core/native/linux/PosixFiles.h"
+#include "core/native/linux/atspi/AccessibilityStatus.h"
 #include "core/native/linux/desktop/SpawnedProcess.h"
 #include "core/native/linux/x11/SyntheticEvent.h"
 #include "core/native/linux/x11/X11Capture.h"
@@ -44,7 +45,16 @@ LinuxPlatform::~LinuxPlatform() = default;
 
 // Accessibility ----------------------------------------------------------------
 
+void LinuxPlatform::ensureAccessibilityOn() {
+    // Without an X display there is no desktop session whose switch to set.
+    if (accessibilityOn_ || !x11DisplayName()) {
+        return;
+    }
+    accessibilityOn_ = switchAccessibilityOn() != AccessibilitySwitch::unreachable;
+}
+
 AXElement LinuxPlatform::applicationElement(int32_t processId) {
+    ensureAccessibilityOn();
     return accessibility_.applicationElement(processId);
 }
 
@@ -94,6 +104,7 @@ void LinuxPlatform::openApplication(
     std::function<void(std::optional<std::string> error)> completion) {
     // Window managers give a newly mapped window the focus; bringing an
     // application to the front is the driver's focus step either way.
+    ensureAccessibilityOn();
     workspace_.openApplication(location, completion);
 }
 

@@ -17,6 +17,11 @@ namespace velmora::native::freedesktop {
 // Application identifiers are desktop-entry ids (ApplicationIdentity.h).
 // Creating the provider touches nothing; the X display and the accessibility bus
 // are connected on first use.
+//
+// Before it reads an application's tree or launches one, the provider makes sure
+// the session's accessibility is switched on (AccessibilityStatus.h), as an
+// assistive technology does, since toolkits build their trees only then. It
+// never switches it off.
 class LinuxPlatform final : public Platform {
   public:
     // Accessibility reads as atspiReadsFromEnvironment() says.
@@ -76,6 +81,10 @@ class LinuxPlatform final : public Platform {
     std::shared_ptr<Semaphore> makeSemaphore() override;
 
   private:
+    // Switches the session's accessibility on unless this process did already.
+    void ensureAccessibilityOn();
+
+    bool accessibilityOn_ = false;
     X11Connection x11_;
     AtspiAccessibility accessibility_;
     DesktopWorkspace workspace_;

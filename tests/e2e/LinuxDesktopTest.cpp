@@ -145,7 +145,8 @@ TEST_F(LinuxDesktop, LaunchedApplicationRunsUnderItsEntryId) {
     auto running = platform->runningApplications("galculator");
     ASSERT_EQ(running.size(), 1u);
     EXPECT_EQ(running[0].processId, pid);
-    EXPECT_EQ(running[0].bundleLocation, "/usr/share/applications/galculator.desktop");
+    // A running instance is located at its executable, which is fingerprinted.
+    EXPECT_EQ(running[0].bundleLocation, "/usr/bin/galculator");
     EXPECT_EQ(running[0].executableLocation, "/usr/bin/galculator");
 
     // GIO recorded the entry in the process's environment.

@@ -49,19 +49,33 @@ std::string desktopIdOfFile(const std::string& fileName, const std::vector<Deskt
     return id;
 }
 
+namespace {
+
+bool launchedItself(const ProcessFacts& facts) {
+    return facts.launchedDesktopFile && !facts.launchedDesktopFile->empty() &&
+           (!facts.launchedDesktopFilePid || *facts.launchedDesktopFilePid == facts.processId);
+}
+
+const DesktopEntry* entryOfWindowClasses(const std::vector<std::string>& classes,
+                                         const std::vector<DesktopEntry>& entries) {
+    if (classes.empty()) {
+        return nullptr;
+    }
+    return bestEntry(entries, [&](const DesktopEntry& candidate) {
+        return !candidate.startupWMClass.empty() &&
+               std::find(classes.begin(), classes.end(), candidate.startupWMClass) != classes.end();
+    });
+}
+
+}  // namespace
+
 std::string applicationIdOf(const ProcessFacts& facts, const std::vector<DesktopEntry>& entries) {
-    if (facts.launchedDesktopFile && !facts.launchedDesktopFile->empty() &&
-        (!facts.launchedDesktopFilePid || *facts.launchedDesktopFilePid == facts.processId)) {
+    if (launchedItself(facts)) {
         return desktopIdOfFile(*facts.launchedDesktopFile, entries);
     }
 
-    if (!facts.windowClasses.empty()) {
-        const auto* entry = bestEntry(entries, [&](const DesktopEntry& candidate) {
-            return !candidate.startupWMClass.empty() &&
-                   std::find(facts.windowClasses.begin(), facts.windowClasses.end(),
-                             candidate.startupWMClass) != facts.windowClasses.end();
-        });
-        if (entry != nullptr) {
+    for (const auto& window : facts.windows) {
+        if (const auto* entry = entryOfWindowClasses(window.classes, entries)) {
             return entry->id;
         }
     }
@@ -75,10 +89,44 @@ std::string applicationIdOf(const ProcessFacts& facts, const std::vector<Desktop
         return byProgram->id;
     }
 
-    if (!facts.gtkApplicationId.empty()) {
-        return facts.gtkApplicationId;
+    for (const auto& window : facts.windows) {
+        if (!window.gtkApplicationId.empty()) {
+            return window.gtkApplicationId;
+        }
     }
     return executableName.empty() ? facts.commandName : executableName;
+}
+
+std::string applicationIdOfWindow(const ProcessFacts& facts, const WindowIdentity& window,
+                                  const std::vector<DesktopEntry>& entries) {
+    if (!launchedItself(facts)) {
+        if (const auto* entry = entryOfWindowClasses(window.classes, entries)) {
+            return entry->id;
+        }
+    }
+    return applicationIdOf(facts, entries);
+}
+
+std::vector<std::string> applicationIdsOf(const ProcessFacts& facts,
+                                          const std::vector<DesktopEntry>& entries) {
+    if (facts.windows.empty()) {
+        return {applicationIdOf(facts, entries)};
+    }
+    std::vector<std::string> ids;
+    for (const auto& window : facts.windows) {
+        std::string id = applicationIdOfWindow(facts, window, entries);
+        if (std::find(ids.begin(), ids.end(), id) == ids.end()) {
+            ids.push_back(std::move(id));
+        }
+    }
+    return ids;
+}
+
+bool ownsWindowsOf(const ProcessFacts& facts, const std::string& applicationId,
+                   const std::vector<DesktopEntry>& entries) {
+    return std::any_of(facts.windows.begin(), facts.windows.end(), [&](const WindowIdentity& w) {
+        return applicationIdOfWindow(facts, w, entries) == applicationId;
+    });
 }
 
 }  // namespace velmora::native::freedesktop

@@ -1,5 +1,7 @@
 #include "core/native/linux/desktop/DesktopWorkspace.h"
 
+#include <algorithm>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,6 +27,7 @@ bool isExecutableFile(const std::string& path) {
 
 std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
     std::optional<int32_t> processId;
+    WindowFacts front;
     std::vector<WindowFacts> windows;
     {
         auto lock = x11_.lock();
@@ -32,16 +35,22 @@ std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
         if (display == nullptr) {
             return std::nullopt;
         }
-        processId = frontmostProcessId(display);
-        if (!processId) {
+        auto window = frontmostWindow(display);
+        if (!window) {
             return std::nullopt;
         }
+        front = windowFacts(display, *window);
+        processId = front.processId;
         windows = topLevelWindows(display);
     }
     if (!executableOf(*processId)) {
         return std::nullopt;  // gone, or a client on another machine
     }
-    std::string id = applicationIdOf(processFacts(*processId, windows), installedDesktopEntries());
+    // The window in front names the application: one process may serve several.
+    std::string id = applicationIdOfWindow(
+        processFacts(*processId, windows),
+        WindowIdentity{.classes = front.windowClasses, .gtkApplicationId = front.gtkApplicationId},
+        installedDesktopEntries());
     return id.empty() ? std::nullopt : std::optional(id);
 }
 
@@ -56,8 +65,8 @@ std::vector<RunningApplication> DesktopWorkspace::runningApplications(
     }
     const auto entries = installedDesktopEntries();
     const auto ourDisplay = x11DisplayName();
-    std::vector<RunningApplication> running;
-    std::optional<std::optional<std::string>> installedFile;  // looked up once, when needed
+    std::vector<RunningApplication> owners;   // own windows of the application
+    std::vector<RunningApplication> helpers;  // launchers, renderers, windowless instances
     for (int32_t processId : userProcessIds()) {
         ProcessFacts facts = processFacts(processId, windows);
         // A process of another X session (a second desktop of the same user)
@@ -65,19 +74,26 @@ std::vector<RunningApplication> DesktopWorkspace::runningApplications(
         if (facts.display && ourDisplay && !sameX11Display(*facts.display, *ourDisplay)) {
             continue;
         }
-        if (facts.executablePath.empty() || applicationIdOf(facts, entries) != applicationId) {
+        if (facts.executablePath.empty()) {
             continue;
         }
-        if (!installedFile) {
-            installedFile = desktopFileOfId(applicationId);
+        auto ids = applicationIdsOf(facts, entries);
+        if (std::find(ids.begin(), ids.end(), applicationId) == ids.end()) {
+            continue;
         }
+        // A running instance is its executable: what owns its windows and tree,
+        // not the script or launcher its entry names.
         RunningApplication application;
         application.processId = processId;
-        application.bundleLocation = installedFile->value_or(facts.executablePath);
+        application.bundleLocation = facts.executablePath;
         application.executableLocation = facts.executablePath;
-        running.push_back(std::move(application));
+        (ownsWindowsOf(facts, applicationId, entries) ? owners : helpers)
+            .push_back(std::move(application));
     }
-    return running;
+    // The processes owning the application's windows come first, so that
+    // activating, reading and fingerprinting the first instance reach them.
+    owners.insert(owners.end(), helpers.begin(), helpers.end());
+    return owners;
 }
 
 std::optional<std::string> DesktopWorkspace::applicationLocation(const std::string& applicationId) {

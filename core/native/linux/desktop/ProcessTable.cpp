@@ -121,17 +121,9 @@ ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& win
     }
 
     for (const auto& window : windows) {
-        if (window.processId != processId) {
-            continue;
-        }
-        for (const auto& name : window.windowClasses) {
-            if (std::find(facts.windowClasses.begin(), facts.windowClasses.end(), name) ==
-                facts.windowClasses.end()) {
-                facts.windowClasses.push_back(name);
-            }
-        }
-        if (facts.gtkApplicationId.empty()) {
-            facts.gtkApplicationId = window.gtkApplicationId;
+        if (window.processId == processId) {
+            facts.windows.push_back(WindowIdentity{.classes = window.windowClasses,
+                                                   .gtkApplicationId = window.gtkApplicationId});
         }
     }
     return facts;

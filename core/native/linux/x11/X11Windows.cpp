@@ -164,15 +164,15 @@ std::vector<WindowFacts> topLevelWindows(::Display* display) {
     return facts;
 }
 
-std::optional<int32_t> frontmostProcessId(::Display* display) {
+std::optional<Window> frontmostWindow(::Display* display) {
     if (hasWindowManager(display)) {
         auto active =
             longProperty(display, DefaultRootWindow(display), "_NET_ACTIVE_WINDOW", XA_WINDOW);
         if (active.empty() || active.front() == 0) {
             return std::nullopt;
         }
-        int32_t pid = windowProcessId(display, active.front());
-        return pid != 0 ? std::optional(pid) : std::nullopt;
+        Window window = active.front();
+        return windowProcessId(display, window) != 0 ? std::optional(window) : std::nullopt;
     }
     Window focus = 0;
     int revertTo = 0;
@@ -182,13 +182,20 @@ std::optional<int32_t> frontmostProcessId(::Display* display) {
         window = focus;
     }
     while (window) {
-        int32_t pid = windowProcessId(display, *window);
-        if (pid != 0) {
-            return pid;
+        if (windowProcessId(display, *window) != 0) {
+            return window;
         }
         window = parentOf(display, *window);
     }
     return std::nullopt;
+}
+
+std::optional<int32_t> frontmostProcessId(::Display* display) {
+    auto window = frontmostWindow(display);
+    if (!window) {
+        return std::nullopt;
+    }
+    return windowProcessId(display, *window);
 }
 
 bool activateProcessWindow(::Display* display, int32_t processId) {

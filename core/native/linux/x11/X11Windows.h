@@ -32,6 +32,11 @@ WindowFacts windowFacts(::Display* display, Window window);
 // Whether an EWMH window manager is running (_NET_SUPPORTING_WM_CHECK).
 bool hasWindowManager(::Display* display);
 
+// The frontmost window that names its process: the window manager's
+// _NET_ACTIVE_WINDOW, or without a window manager the window holding the input
+// focus (or its nearest ancestor with _NET_WM_PID). None when there is none.
+std::optional<Window> frontmostWindow(::Display* display);
+
 // The process owning the frontmost window: the window manager's
 // _NET_ACTIVE_WINDOW, or without a window manager the window holding the input
 // focus (or its nearest ancestor with _NET_WM_PID). None when there is no such

@@ -1,6 +1,8 @@
 #include "core/native/linux/desktop/DesktopEntries.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -8,7 +10,10 @@
 
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
+#include <glib.h>
 #include <unistd.h>
+
+#include "core/native/linux/desktop/ToolkitSwitches.h"
 
 namespace velmora::native::freedesktop {
 
@@ -29,6 +34,71 @@ constexpr std::string_view kDesktopSuffix = ".desktop";
 
 std::string textOr(const char* text) {
     return text != nullptr ? std::string(text) : std::string();
+}
+
+std::optional<std::string> environmentVariable(const char* name) {
+    const char* value = std::getenv(name);
+    return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
+}
+
+struct KeyFileFree {
+    void operator()(GKeyFile* file) const { g_key_file_free(file); }
+};
+
+// The Exec line with `switches` inserted after its program (the first word,
+// which the desktop entry format may quote).
+std::string withSwitches(const std::string& exec, const std::vector<std::string>& switches) {
+    size_t end = 0;
+    if (!exec.empty() && exec.front() == '"') {
+        end = 1;
+        while (end < exec.size() && exec[end] != '"') {
+            end += exec[end] == '\\' ? 2 : 1;
+        }
+        end = std::min(end + 1, exec.size());
+    } else {
+        end = std::min(exec.find(' '), exec.size());
+    }
+    std::string line = exec.substr(0, end);
+    for (const auto& word : switches) {
+        line += " " + word;
+    }
+    return line + exec.substr(end);
+}
+
+// The entry of `fileName` as GIO launches it: with the switches its toolkit
+// needs to expose its accessibility tree (ToolkitSwitches.h) added to its Exec
+// line. Such an entry is launched from memory, so GIO cannot record its file in
+// the new process's environment: `recordFile` is then set, and the caller
+// records it.
+GAppInfo* entryToLaunch(const std::string& fileName, bool& recordFile) {
+    recordFile = false;
+    GObjectPtr<GDesktopAppInfo> installed(g_desktop_app_info_new_from_filename(fileName.c_str()));
+    if (!installed) {
+        return nullptr;
+    }
+    auto switches =
+        accessibilitySwitchesFor(textOr(g_app_info_get_executable(G_APP_INFO(installed.get()))));
+    if (switches.empty()) {
+        return G_APP_INFO(installed.release());
+    }
+    std::unique_ptr<GKeyFile, KeyFileFree> keys(g_key_file_new());
+    if (!g_key_file_load_from_file(keys.get(), fileName.c_str(), G_KEY_FILE_KEEP_TRANSLATIONS,
+                                   nullptr)) {
+        return G_APP_INFO(installed.release());
+    }
+    GCharPtr exec(g_key_file_get_string(keys.get(), G_KEY_FILE_DESKTOP_GROUP,
+                                        G_KEY_FILE_DESKTOP_KEY_EXEC, nullptr));
+    if (!exec) {
+        return G_APP_INFO(installed.release());
+    }
+    g_key_file_set_string(keys.get(), G_KEY_FILE_DESKTOP_GROUP, G_KEY_FILE_DESKTOP_KEY_EXEC,
+                          withSwitches(exec.get(), switches).c_str());
+    GDesktopAppInfo* changed = g_desktop_app_info_new_from_keyfile(keys.get());
+    if (changed == nullptr) {
+        return G_APP_INFO(installed.release());
+    }
+    recordFile = true;
+    return G_APP_INFO(changed);
 }
 
 }  // namespace
@@ -100,8 +170,9 @@ std::optional<std::string> launchApplication(const std::string& location,
                                              const std::string& displayName) {
     GError* error = nullptr;
     GObjectPtr<GAppInfo> info;
+    bool recordFile = false;
     if (isDesktopFileName(location)) {
-        info.reset(G_APP_INFO(g_desktop_app_info_new_from_filename(location.c_str())));
+        info.reset(entryToLaunch(location, recordFile));
         if (!info) {
             return "no application entry at " + location;
         }
@@ -120,6 +191,17 @@ std::optional<std::string> launchApplication(const std::string& location,
 
     GObjectPtr<GAppLaunchContext> context(g_app_launch_context_new());
     g_app_launch_context_setenv(context.get(), "DISPLAY", displayName.c_str());
+    for (const auto& variable :
+         accessibilityEnvironment(environmentVariable("XDG_CURRENT_DESKTOP"),
+                                  environmentVariable("SAL_USE_VCLPLUGIN"))) {
+        g_app_launch_context_setenv(context.get(), variable.name.c_str(), variable.value.c_str());
+    }
+    if (recordFile) {
+        // Names the process by its entry (ApplicationIdentity.h), as GIO does
+        // for an entry it launches from its file.
+        g_app_launch_context_setenv(context.get(), "GIO_LAUNCHED_DESKTOP_FILE", location.c_str());
+        g_app_launch_context_unsetenv(context.get(), "GIO_LAUNCHED_DESKTOP_FILE_PID");
+    }
     // The application must not write into the agent's standard output, which
     // carries one document, nor its standard error: its streams go nowhere.
     int nowhere = open("/dev/null", O_RDWR | O_CLOEXEC);

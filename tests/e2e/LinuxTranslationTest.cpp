@@ -10,6 +10,7 @@
 #include "core/native/linux/PngEncoder.h"
 #include "core/native/linux/atspi/RoleNames.h"
 #include "core/native/linux/desktop/ApplicationIdentity.h"
+#include "core/native/linux/desktop/ToolkitSwitches.h"
 #include "core/native/linux/x11/KeyTranslation.h"
 #include "core/native/linux/x11/X11Connection.h"
 
@@ -51,7 +52,35 @@ std::vector<DesktopEntry> installed() {
          .startupWMClass = "",
          .program = "helper",
          .shown = true},
+        // One office process behind several entries, each naming its windows'
+        // class; the entries' program is a shell script.
+        {.id = "libreoffice-writer",
+         .fileName = "/usr/share/applications/libreoffice-writer.desktop",
+         .startupWMClass = "libreoffice-writer",
+         .program = "libreoffice",
+         .shown = true},
+        {.id = "libreoffice-calc",
+         .fileName = "/usr/share/applications/libreoffice-calc.desktop",
+         .startupWMClass = "libreoffice-calc",
+         .program = "libreoffice",
+         .shown = true},
+        // A browser whose entry runs a wrapper script that execs the browser.
+        {.id = "chromium",
+         .fileName = "/usr/share/applications/chromium.desktop",
+         .startupWMClass = "chromium",
+         .program = "chromium",
+         .shown = true},
     };
+}
+
+WindowIdentity windowOfClass(const std::string& instance, const std::string& className) {
+    return WindowIdentity{.classes = {instance, className}, .gtkApplicationId = ""};
+}
+
+ProcessFacts inheritedLaunch(ProcessFacts facts, const std::string& entryFile, int32_t launcher) {
+    facts.launchedDesktopFile = entryFile;
+    facts.launchedDesktopFilePid = launcher;
+    return facts;
 }
 
 ProcessFacts processRunning(const std::string& executable) {
@@ -60,8 +89,7 @@ ProcessFacts processRunning(const std::string& executable) {
                         .launchedDesktopFilePid = std::nullopt,
                         .executablePath = executable,
                         .commandName = baseName(executable),
-                        .windowClasses = {},
-                        .gtkApplicationId = "",
+                        .windows = {},
                         .display = std::nullopt};
 }
 
@@ -88,7 +116,7 @@ TEST(ApplicationIdentity, ALaunchedEntryInheritedFromAParentDoesNotCount) {
 
 TEST(ApplicationIdentity, StartupWMClassMatchesAWindowClass) {
     auto facts = processRunning("/usr/lib/viewer/viewer-bin");
-    facts.windowClasses = {"viewer", "Viewer"};
+    facts.windows = {windowOfClass("viewer", "Viewer")};
     EXPECT_EQ(applicationIdOf(facts, installed()), "org.example.Viewer");
 }
 
@@ -109,12 +137,94 @@ TEST(ApplicationIdentity, TheCommandNameMatchesWhenTheExecutableIsAnInterpreter)
 
 TEST(ApplicationIdentity, WithoutAnEntryTheGtkApplicationIdThenTheExecutableName) {
     auto facts = processRunning("/usr/bin/gnome-calculator");
-    facts.gtkApplicationId = "org.gnome.Calculator";
+    facts.windows = {WindowIdentity{.classes = {}, .gtkApplicationId = "org.gnome.Calculator"}};
     EXPECT_EQ(applicationIdOf(facts, installed()), "org.gnome.Calculator");
     EXPECT_EQ(applicationIdOf(processRunning("/usr/bin/xterm"), installed()), "xterm");
     auto unknownExecutable = processRunning("");
     unknownExecutable.commandName = "daemon";
     EXPECT_EQ(applicationIdOf(unknownExecutable, installed()), "daemon");
+}
+
+TEST(ApplicationIdentity, AnOfficeProcessStartedByALauncherIsNamedByItsWindows) {
+    // libreoffice-writer's script starts oosplash (launched from the entry),
+    // which starts soffice.bin: soffice.bin inherits the launch and is named by
+    // its window's class.
+    auto writer = inheritedLaunch(processRunning("/usr/lib/libreoffice/program/soffice.bin"),
+                                  "/usr/share/applications/libreoffice-writer.desktop", 7);
+    writer.windows = {windowOfClass("libreoffice", "libreoffice-writer")};
+    EXPECT_EQ(applicationIdOf(writer, installed()), "libreoffice-writer");
+    EXPECT_EQ(applicationIdsOf(writer, installed()),
+              std::vector<std::string>{"libreoffice-writer"});
+    EXPECT_TRUE(ownsWindowsOf(writer, "libreoffice-writer", installed()));
+
+    // The launcher itself was launched from the entry but owns no window.
+    auto launcher = processRunning("/usr/lib/libreoffice/program/oosplash");
+    launcher.processId = 7;
+    launcher.launchedDesktopFile = "/usr/share/applications/libreoffice-writer.desktop";
+    launcher.launchedDesktopFilePid = 7;
+    EXPECT_EQ(applicationIdsOf(launcher, installed()),
+              std::vector<std::string>{"libreoffice-writer"});
+    EXPECT_FALSE(ownsWindowsOf(launcher, "libreoffice-writer", installed()));
+}
+
+TEST(ApplicationIdentity, OneProcessServingSeveralEntriesIsToldApartByItsWindows) {
+    auto office = inheritedLaunch(processRunning("/usr/lib/libreoffice/program/soffice.bin"),
+                                  "/usr/share/applications/libreoffice-writer.desktop", 7);
+    const auto writerWindow = windowOfClass("libreoffice", "libreoffice-writer");
+    const auto calcWindow = windowOfClass("libreoffice", "libreoffice-calc");
+    const auto dialog = windowOfClass("soffice", "Soffice");  // says nothing
+    office.windows = {writerWindow, calcWindow, dialog};
+    EXPECT_EQ(applicationIdOfWindow(office, writerWindow, installed()), "libreoffice-writer");
+    EXPECT_EQ(applicationIdOfWindow(office, calcWindow, installed()), "libreoffice-calc");
+    // A window whose classes name no entry stands for the process's own id.
+    EXPECT_EQ(applicationIdOfWindow(office, dialog, installed()), "libreoffice-writer");
+    EXPECT_EQ(applicationIdsOf(office, installed()),
+              (std::vector<std::string>{"libreoffice-writer", "libreoffice-calc"}));
+    EXPECT_TRUE(ownsWindowsOf(office, "libreoffice-calc", installed()));
+    EXPECT_FALSE(ownsWindowsOf(office, "org.xfce.mousepad", installed()));
+}
+
+TEST(ApplicationIdentity, AProcessLaunchedFromAnEntryKeepsItsIdWhateverItsWindowsSay) {
+    // A user's own entry that runs the browser with a profile of its own.
+    auto browser = processRunning("/usr/lib/chromium/chromium");
+    browser.launchedDesktopFile = "/home/user/.local/share/applications/work-browser.desktop";
+    browser.launchedDesktopFilePid = 42;
+    const auto window = windowOfClass("chromium", "Chromium");
+    browser.windows = {window};
+    EXPECT_EQ(applicationIdOfWindow(browser, window, installed()), "work-browser");
+    EXPECT_EQ(applicationIdsOf(browser, installed()), std::vector<std::string>{"work-browser"});
+}
+
+TEST(ApplicationIdentity, ABrowserBehindAWrapperScriptAndItsHelperProcesses) {
+    // The wrapper script execs the browser: the launched process is the browser,
+    // with the entry's launch in its own environment and the windows.
+    auto browser = processRunning("/usr/lib/chromium/chromium");
+    browser.commandName = "chromium";
+    browser.launchedDesktopFile = "/usr/share/applications/chromium.desktop";
+    browser.launchedDesktopFilePid = 42;
+    browser.windows = {windowOfClass("chromium", "Chromium")};
+    EXPECT_EQ(applicationIdsOf(browser, installed()), std::vector<std::string>{"chromium"});
+    EXPECT_TRUE(ownsWindowsOf(browser, "chromium", installed()));
+
+    // Its renderers run the same executable, inherit the launch and own no
+    // window: the same application, but not the one owning its windows.
+    auto renderer = inheritedLaunch(processRunning("/usr/lib/chromium/chromium"),
+                                    "/usr/share/applications/chromium.desktop", 42);
+    renderer.processId = 43;
+    EXPECT_EQ(applicationIdsOf(renderer, installed()), std::vector<std::string>{"chromium"});
+    EXPECT_FALSE(ownsWindowsOf(renderer, "chromium", installed()));
+
+    // Found without having been launched from the entry (started from a
+    // terminal through the script): its window class names it.
+    auto started = processRunning("/usr/lib/chromium/chromium");
+    started.windows = {windowOfClass("chromium", "Chromium")};
+    EXPECT_EQ(applicationIdOf(started, installed()), "chromium");
+}
+
+TEST(ApplicationIdentity, AWindowlessProcessIsNamedByTheProcessRule) {
+    auto daemon = processRunning("/usr/bin/galculator");
+    EXPECT_EQ(applicationIdsOf(daemon, installed()), std::vector<std::string>{"galculator"});
+    EXPECT_FALSE(ownsWindowsOf(daemon, "galculator", installed()));
 }
 
 TEST(ApplicationIdentity, DesktopIdsOfFiles) {
@@ -134,6 +244,36 @@ TEST(ApplicationIdentity, DisplayNamesCompareWithoutScreenNumbers) {
     EXPECT_FALSE(sameX11Display(":10", ":1"));
     EXPECT_FALSE(sameX11Display("otherhost:0", ":0"));
     EXPECT_TRUE(sameX11Display("wayland-0", "wayland-0"));
+}
+
+// ---------------------------------------------------------------------------
+// Toolkit switches
+
+TEST(ToolkitSwitches, ChromiumFamilyLaunchersBuildTheirPageTreesOthersGetNothing) {
+    const std::vector<std::string> chromium = {"--force-renderer-accessibility"};
+    EXPECT_EQ(accessibilitySwitchesFor("/usr/bin/chromium"), chromium);
+    EXPECT_EQ(accessibilitySwitchesFor("chromium"), chromium);
+    EXPECT_EQ(accessibilitySwitchesFor("/usr/bin/google-chrome-stable"), chromium);
+    EXPECT_EQ(accessibilitySwitchesFor("brave-browser"), chromium);
+    EXPECT_TRUE(accessibilitySwitchesFor("/usr/lib/firefox-esr/firefox-esr").empty());
+    EXPECT_TRUE(accessibilitySwitchesFor("libreoffice").empty());
+    EXPECT_TRUE(accessibilitySwitchesFor("kcalc").empty());
+    EXPECT_TRUE(accessibilitySwitchesFor("mousepad").empty());
+    EXPECT_TRUE(accessibilitySwitchesFor("").empty());
+    // A name that merely starts like one is another program.
+    EXPECT_TRUE(accessibilitySwitchesFor("chromium-helper").empty());
+}
+
+TEST(ToolkitSwitches, LibreOfficeGetsItsGtkPluginOnlyOnAnUnknownDesktopAndNeverAgainstTheUser) {
+    const std::vector<EnvironmentVariable> gtk = {{"SAL_USE_VCLPLUGIN", "gtk3"}};
+    EXPECT_EQ(accessibilityEnvironment(std::nullopt, std::nullopt), gtk);
+    EXPECT_EQ(accessibilityEnvironment(std::string(""), std::nullopt), gtk);
+    // On a desktop it knows, LibreOffice's own choice has accessibility.
+    EXPECT_TRUE(accessibilityEnvironment(std::string("GNOME"), std::nullopt).empty());
+    EXPECT_TRUE(accessibilityEnvironment(std::string("KDE"), std::nullopt).empty());
+    // The user's own choice stands.
+    EXPECT_TRUE(accessibilityEnvironment(std::nullopt, std::string("gen")).empty());
+    EXPECT_TRUE(accessibilityEnvironment(std::nullopt, std::string("")).empty());
 }
 
 // ---------------------------------------------------------------------------
@@ -175,6 +315,149 @@ TEST(RoleNames, TheTableNamesRolesAsMacOSDoes) {
     EXPECT_EQ(macRoleName(ATSPI_ROLE_PANEL), "AXGroup");
     EXPECT_EQ(macRoleName(ATSPI_ROLE_FILLER), "AXGroup");
     EXPECT_EQ(macRoleName(ATSPI_ROLE_HEADING), "AXHeading");
+}
+
+TEST(RoleNames, EveryAtspiRoleHasItsName) {
+    // Every role libatspi defines, in its order, with the name it reports.
+    const std::vector<std::pair<AtspiRole, std::string>> everyRole = {
+        {ATSPI_ROLE_INVALID, "AXInvalid"},
+        {ATSPI_ROLE_ACCELERATOR_LABEL, "AXAcceleratorLabel"},
+        {ATSPI_ROLE_ALERT, "AXAlert"},
+        {ATSPI_ROLE_ANIMATION, "AXAnimation"},
+        {ATSPI_ROLE_ARROW, "AXArrow"},
+        {ATSPI_ROLE_CALENDAR, "AXCalendar"},
+        {ATSPI_ROLE_CANVAS, "AXCanvas"},
+        {ATSPI_ROLE_CHECK_BOX, "AXCheckBox"},
+        {ATSPI_ROLE_CHECK_MENU_ITEM, "AXMenuItem"},
+        {ATSPI_ROLE_COLOR_CHOOSER, "AXColorChooser"},
+        {ATSPI_ROLE_COLUMN_HEADER, "AXColumnHeader"},
+        {ATSPI_ROLE_COMBO_BOX, "AXPopUpButton"},
+        {ATSPI_ROLE_DATE_EDITOR, "AXDateEditor"},
+        {ATSPI_ROLE_DESKTOP_ICON, "AXDesktopIcon"},
+        {ATSPI_ROLE_DESKTOP_FRAME, "AXDesktopFrame"},
+        {ATSPI_ROLE_DIAL, "AXDial"},
+        {ATSPI_ROLE_DIALOG, "AXWindow"},
+        {ATSPI_ROLE_DIRECTORY_PANE, "AXDirectoryPane"},
+        {ATSPI_ROLE_DRAWING_AREA, "AXDrawingArea"},
+        {ATSPI_ROLE_FILE_CHOOSER, "AXFileChooser"},
+        {ATSPI_ROLE_FILLER, "AXGroup"},
+        {ATSPI_ROLE_FOCUS_TRAVERSABLE, "AXFocusTraversable"},
+        {ATSPI_ROLE_FONT_CHOOSER, "AXFontChooser"},
+        {ATSPI_ROLE_FRAME, "AXWindow"},
+        {ATSPI_ROLE_GLASS_PANE, "AXGlassPane"},
+        {ATSPI_ROLE_HTML_CONTAINER, "AXHtmlContainer"},
+        {ATSPI_ROLE_ICON, "AXImage"},
+        {ATSPI_ROLE_IMAGE, "AXImage"},
+        {ATSPI_ROLE_INTERNAL_FRAME, "AXInternalFrame"},
+        {ATSPI_ROLE_LABEL, "AXStaticText"},
+        {ATSPI_ROLE_LAYERED_PANE, "AXLayeredPane"},
+        {ATSPI_ROLE_LIST, "AXList"},
+        {ATSPI_ROLE_LIST_ITEM, "AXListItem"},
+        {ATSPI_ROLE_MENU, "AXMenu"},
+        {ATSPI_ROLE_MENU_BAR, "AXMenuBar"},
+        {ATSPI_ROLE_MENU_ITEM, "AXMenuItem"},
+        {ATSPI_ROLE_OPTION_PANE, "AXOptionPane"},
+        {ATSPI_ROLE_PAGE_TAB, "AXRadioButton"},
+        {ATSPI_ROLE_PAGE_TAB_LIST, "AXTabGroup"},
+        {ATSPI_ROLE_PANEL, "AXGroup"},
+        {ATSPI_ROLE_PASSWORD_TEXT, "AXTextField"},
+        {ATSPI_ROLE_POPUP_MENU, "AXMenu"},
+        {ATSPI_ROLE_PROGRESS_BAR, "AXProgressIndicator"},
+        {ATSPI_ROLE_PUSH_BUTTON, "AXButton"},
+        {ATSPI_ROLE_RADIO_BUTTON, "AXRadioButton"},
+        {ATSPI_ROLE_RADIO_MENU_ITEM, "AXMenuItem"},
+        {ATSPI_ROLE_ROOT_PANE, "AXRootPane"},
+        {ATSPI_ROLE_ROW_HEADER, "AXRowHeader"},
+        {ATSPI_ROLE_SCROLL_BAR, "AXScrollBar"},
+        {ATSPI_ROLE_SCROLL_PANE, "AXScrollArea"},
+        {ATSPI_ROLE_SEPARATOR, "AXSeparator"},
+        {ATSPI_ROLE_SLIDER, "AXSlider"},
+        {ATSPI_ROLE_SPIN_BUTTON, "AXIncrementor"},
+        {ATSPI_ROLE_SPLIT_PANE, "AXSplitPane"},
+        {ATSPI_ROLE_STATUS_BAR, "AXStatusBar"},
+        {ATSPI_ROLE_TABLE, "AXTable"},
+        {ATSPI_ROLE_TABLE_CELL, "AXCell"},
+        {ATSPI_ROLE_TABLE_COLUMN_HEADER, "AXTableColumnHeader"},
+        {ATSPI_ROLE_TABLE_ROW_HEADER, "AXTableRowHeader"},
+        {ATSPI_ROLE_TEAROFF_MENU_ITEM, "AXTearoffMenuItem"},
+        {ATSPI_ROLE_TERMINAL, "AXTerminal"},
+        {ATSPI_ROLE_TEXT, "AXTextField"},
+        {ATSPI_ROLE_TOGGLE_BUTTON, "AXToggleButton"},
+        {ATSPI_ROLE_TOOL_BAR, "AXToolbar"},
+        {ATSPI_ROLE_TOOL_TIP, "AXToolTip"},
+        {ATSPI_ROLE_TREE, "AXTree"},
+        {ATSPI_ROLE_TREE_TABLE, "AXOutline"},
+        {ATSPI_ROLE_UNKNOWN, "AXUnknown"},
+        {ATSPI_ROLE_VIEWPORT, "AXViewport"},
+        {ATSPI_ROLE_WINDOW, "AXWindow"},
+        {ATSPI_ROLE_EXTENDED, "AXExtended"},
+        {ATSPI_ROLE_HEADER, "AXHeader"},
+        {ATSPI_ROLE_FOOTER, "AXFooter"},
+        {ATSPI_ROLE_PARAGRAPH, "AXGroup"},
+        {ATSPI_ROLE_RULER, "AXRuler"},
+        {ATSPI_ROLE_APPLICATION, "AXApplication"},
+        {ATSPI_ROLE_AUTOCOMPLETE, "AXAutocomplete"},
+        {ATSPI_ROLE_EDITBAR, "AXEditbar"},
+        {ATSPI_ROLE_EMBEDDED, "AXEmbedded"},
+        {ATSPI_ROLE_ENTRY, "AXTextField"},
+        {ATSPI_ROLE_CHART, "AXChart"},
+        {ATSPI_ROLE_CAPTION, "AXCaption"},
+        {ATSPI_ROLE_DOCUMENT_FRAME, "AXDocumentFrame"},
+        {ATSPI_ROLE_HEADING, "AXHeading"},
+        {ATSPI_ROLE_PAGE, "AXPage"},
+        {ATSPI_ROLE_SECTION, "AXGroup"},
+        {ATSPI_ROLE_REDUNDANT_OBJECT, "AXRedundantObject"},
+        {ATSPI_ROLE_FORM, "AXGroup"},
+        {ATSPI_ROLE_LINK, "AXLink"},
+        {ATSPI_ROLE_INPUT_METHOD_WINDOW, "AXInputMethodWindow"},
+        {ATSPI_ROLE_TABLE_ROW, "AXRow"},
+        {ATSPI_ROLE_TREE_ITEM, "AXTreeItem"},
+        {ATSPI_ROLE_DOCUMENT_SPREADSHEET, "AXDocumentSpreadsheet"},
+        {ATSPI_ROLE_DOCUMENT_PRESENTATION, "AXDocumentPresentation"},
+        {ATSPI_ROLE_DOCUMENT_TEXT, "AXDocumentText"},
+        {ATSPI_ROLE_DOCUMENT_WEB, "AXWebArea"},
+        {ATSPI_ROLE_DOCUMENT_EMAIL, "AXDocumentEmail"},
+        {ATSPI_ROLE_COMMENT, "AXComment"},
+        {ATSPI_ROLE_LIST_BOX, "AXList"},
+        {ATSPI_ROLE_GROUPING, "AXGrouping"},
+        {ATSPI_ROLE_IMAGE_MAP, "AXImageMap"},
+        {ATSPI_ROLE_NOTIFICATION, "AXNotification"},
+        {ATSPI_ROLE_INFO_BAR, "AXInfoBar"},
+        {ATSPI_ROLE_LEVEL_BAR, "AXLevelBar"},
+        {ATSPI_ROLE_TITLE_BAR, "AXTitleBar"},
+        {ATSPI_ROLE_BLOCK_QUOTE, "AXGroup"},
+        {ATSPI_ROLE_AUDIO, "AXAudio"},
+        {ATSPI_ROLE_VIDEO, "AXVideo"},
+        {ATSPI_ROLE_DEFINITION, "AXDefinition"},
+        {ATSPI_ROLE_ARTICLE, "AXGroup"},
+        {ATSPI_ROLE_LANDMARK, "AXGroup"},
+        {ATSPI_ROLE_LOG, "AXLog"},
+        {ATSPI_ROLE_MARQUEE, "AXMarquee"},
+        {ATSPI_ROLE_MATH, "AXMath"},
+        {ATSPI_ROLE_RATING, "AXRating"},
+        {ATSPI_ROLE_TIMER, "AXTimer"},
+        {ATSPI_ROLE_STATIC, "AXStaticText"},
+        {ATSPI_ROLE_MATH_FRACTION, "AXMathFraction"},
+        {ATSPI_ROLE_MATH_ROOT, "AXMathRoot"},
+        {ATSPI_ROLE_SUBSCRIPT, "AXSubscript"},
+        {ATSPI_ROLE_SUPERSCRIPT, "AXSuperscript"},
+        {ATSPI_ROLE_DESCRIPTION_LIST, "AXDescriptionList"},
+        {ATSPI_ROLE_DESCRIPTION_TERM, "AXDescriptionTerm"},
+        {ATSPI_ROLE_DESCRIPTION_VALUE, "AXDescriptionValue"},
+        {ATSPI_ROLE_FOOTNOTE, "AXFootnote"},
+        {ATSPI_ROLE_CONTENT_DELETION, "AXContentDeletion"},
+        {ATSPI_ROLE_CONTENT_INSERTION, "AXContentInsertion"},
+        {ATSPI_ROLE_MARK, "AXMark"},
+        {ATSPI_ROLE_SUGGESTION, "AXSuggestion"},
+        {ATSPI_ROLE_PUSH_BUTTON_MENU, "AXPushButtonMenu"},
+    };
+    ASSERT_EQ(everyRole.size(), static_cast<size_t>(ATSPI_ROLE_LAST_DEFINED))
+        << "libatspi defines roles that this table does not name";
+    for (size_t i = 0; i < everyRole.size(); ++i) {
+        const auto& [role, name] = everyRole[i];
+        EXPECT_EQ(static_cast<size_t>(role), i);
+        EXPECT_EQ(macRoleName(role), name) << "role " << role;
+    }
 }
 
 TEST(RoleNames, OtherRolesKeepTheirAtspiNameInUpperCamelCase) {

@@ -86,6 +86,20 @@ std::string macRoleName(AtspiRole role, RoleTraits traits) {
             return "AXGroup";
         case ATSPI_ROLE_HEADING:
             return "AXHeading";
+        // The roles of web pages and office documents.
+        case ATSPI_ROLE_DOCUMENT_WEB:
+            return "AXWebArea";
+        case ATSPI_ROLE_STATIC:
+            return "AXStaticText";
+        case ATSPI_ROLE_SECTION:
+        case ATSPI_ROLE_PARAGRAPH:
+        case ATSPI_ROLE_ARTICLE:
+        case ATSPI_ROLE_BLOCK_QUOTE:
+        case ATSPI_ROLE_FORM:
+        case ATSPI_ROLE_LANDMARK:
+            return "AXGroup";
+        case ATSPI_ROLE_TABLE_ROW:
+            return "AXRow";
         default:
             break;
     }

@@ -43,8 +43,15 @@ struct RoleTraits {
 //   link                                 AXLink
 //   panel, filler                        AXGroup
 //   heading                              AXHeading
+//   document web (a web page)            AXWebArea
+//   static (a web page's text)           AXStaticText
+//   section, paragraph, article,         AXGroup
+//     block quote, form, landmark
+//   table row                            AXRow
 //   any other role                       "AX" + its AT-SPI name in upper camel case
-//                                        (tree item -> AXTreeItem)
+//                                        (tree item -> AXTreeItem, document text
+//                                        -> AXDocumentText), as macOS has no
+//                                        such role
 std::string macRoleName(AtspiRole role, RoleTraits traits = {});
 
 // "AX" followed by an AT-SPI role name in upper camel case: "document frame" ->

@@ -3,10 +3,12 @@
 #include <dirent.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <sstream>
 
 #include "tests/e2e/DesktopSupport.h"
 
@@ -72,6 +74,30 @@ std::map<pid_t, std::string> launchedOnThisDisplay() {
     return launched;
 }
 
+// The processes whose parent is `parent`.
+std::vector<pid_t> childrenOf(pid_t parent) {
+    std::vector<pid_t> children;
+    for (pid_t id : allProcessIds()) {
+        std::ifstream stat("/proc/" + std::to_string(id) + "/stat");
+        std::string line;
+        if (!std::getline(stat, line)) {
+            continue;
+        }
+        // After the parenthesised command name: the state, then the parent.
+        size_t close = line.rfind(')');
+        if (close == std::string::npos) {
+            continue;
+        }
+        std::istringstream fields(line.substr(close + 1));
+        std::string state;
+        long parentId = 0;
+        if (fields >> state >> parentId && parentId == parent) {
+            children.push_back(id);
+        }
+    }
+    return children;
+}
+
 }  // namespace
 
 bool processEnded(pid_t processId) {
@@ -119,6 +145,16 @@ std::vector<pid_t> StartedApplications::endAll() {
     for (pid_t id : applicationProcesses()) {
         if (!before_.contains(id) && id != getpid()) {
             started.push_back(id);
+        }
+    }
+    // Browsers and office suites run helper processes (renderers, a launcher's
+    // child): they were started with the application and end with it.
+    for (size_t i = 0; i < started.size(); ++i) {
+        for (pid_t child : childrenOf(started[i])) {
+            if (std::find(started.begin(), started.end(), child) == started.end() &&
+                child != getpid()) {
+                started.push_back(child);
+            }
         }
     }
     for (pid_t id : started) {

@@ -27,8 +27,9 @@ std::set<pid_t> applicationProcesses();
 bool processEnded(pid_t processId);
 
 // Notes the applications on the display when it is made; when destroyed, ends
-// every application that has appeared since, by its process id: SIGTERM, and
-// SIGKILL for one still running five seconds later.
+// every application that has appeared since, with the processes it started
+// (descendants), by process id: SIGTERM, and SIGKILL for one still running
+// five seconds later.
 class StartedApplications {
   public:
     StartedApplications();

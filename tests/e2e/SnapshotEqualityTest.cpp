@@ -333,5 +333,24 @@ TEST_F(SnapshotEquality, Mousepad) {
     expectSameSnapshots("org.xfce.mousepad", elements);
 }
 
+// Qt 5 and GTK 4, whose accessibility the agent switches on itself.
+TEST_F(SnapshotEquality, KCalc) {
+    const int32_t processId = launched->launch("org.kde.kcalc");
+    ASSERT_NE(processId, 0);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
+    const size_t elements = slow.query("org.kde.kcalc", std::nullopt, true).size();
+    ASSERT_GT(elements, 100u);
+    expectSameSnapshots("org.kde.kcalc", elements);
+}
+
+TEST_F(SnapshotEquality, GnomeCalculator) {
+    const int32_t processId = launched->launch("org.gnome.Calculator");
+    ASSERT_NE(processId, 0);
+    AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
+    const size_t elements = slow.query("org.gnome.Calculator", std::nullopt, true).size();
+    ASSERT_GT(elements, 100u);
+    expectSameSnapshots("org.gnome.Calculator", elements);
+}
+
 }  // namespace
 }  // namespace velmora::e2e

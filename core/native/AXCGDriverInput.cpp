@@ -1,54 +1,13 @@
 #include <memory>
 #include <string>
 
-#include <unicode/brkiter.h>
-#include <unicode/locid.h>
-#include <unicode/unistr.h>
-
 #include "core/model/DriverError.h"
 #include "core/native/AXCGDriver.h"
 #include "core/native/Fatal.h"
 #include "core/native/KeyCodes.h"
+#include "core/text/Text.h"
 
 namespace velmora::native {
-
-namespace {
-
-// The text split into user-perceived characters (grapheme clusters), each as its
-// UTF-16 code units. Invalid UTF-8 becomes U+FFFD, as the conversion does.
-std::vector<std::u16string> graphemeClusters(const std::string& text) {
-    const icu::UnicodeString unicode =
-        icu::UnicodeString::fromUTF8(icu::StringPiece(text.data(), text.size()));
-    auto unitsOf = [&unicode](int32_t start, int32_t end) {
-        std::u16string units;
-        units.reserve(static_cast<size_t>(end - start));
-        for (int32_t i = start; i < end; ++i) {
-            units.push_back(unicode.charAt(i));
-        }
-        return units;
-    };
-
-    std::vector<std::u16string> clusters;
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::BreakIterator> breaks(
-        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    if (U_FAILURE(status) || !breaks) {
-        // Without break data every code point is its own character.
-        for (int32_t i = 0; i < unicode.length(); i = unicode.moveIndex32(i, 1)) {
-            clusters.push_back(unitsOf(i, unicode.moveIndex32(i, 1)));
-        }
-        return clusters;
-    }
-    breaks->setText(unicode);
-    int32_t start = breaks->first();
-    for (int32_t end = breaks->next(); end != icu::BreakIterator::DONE;
-         start = end, end = breaks->next()) {
-        clusters.push_back(unitsOf(start, end));
-    }
-    return clusters;
-}
-
-}  // namespace
 
 void AXCGDriver::click(Point point, bool doubleClick) {
     platform_.warpPointer(point);
@@ -71,7 +30,8 @@ void AXCGDriver::typeText(const std::string& text) {
     // A missing source is not an error: the events are then made without one.
     const std::shared_ptr<EventSource> source =
         platform_.createEventSource(kCGEventSourceStateCombinedSessionState);
-    for (const std::u16string& units : graphemeClusters(text)) {
+    // One event pair per user-perceived character; ill-formed UTF-8 types U+FFFD.
+    for (const std::u16string& units : userCharacters(text)) {
         // The Unicode string carries the character, so virtual key 0 and no flags
         // type it whatever the keyboard layout.
         EventRef down = platform_.createKeyboardEvent(source.get(), 0, true);

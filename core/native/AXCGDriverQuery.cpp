@@ -1,6 +1,6 @@
 #include <utility>
 
-#include "core/driver/TextMatch.h"
+#include "core/driver/SelectorMatch.h"
 #include "core/native/AXCGDriver.h"
 
 namespace velmora::native {

@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
-#include "core/driver/TextMatch.h"
 #include "core/native/Platform.h"
+#include "core/text/Text.h"
 
 namespace velmora::native {
 

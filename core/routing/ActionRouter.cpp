@@ -6,16 +6,16 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 #include <thread>
 #include <typeinfo>
 #include <utility>
 
-#include "core/driver/TextMatch.h"
 #include "core/model/DriverError.h"
 #include "core/routing/ApprovedAppPolicy.h"
 #include "core/routing/Iso8601.h"
+#include "core/routing/TemporaryDirectory.h"
+#include "core/text/Text.h"
 
 namespace velmora {
 
@@ -40,12 +40,6 @@ std::string joinPath(std::string directory, const std::string& fileName) {
         directory += '/';
     }
     return directory + fileName;
-}
-
-std::string temporaryDirectory() {
-    std::error_code error;
-    auto path = std::filesystem::temp_directory_path(error);
-    return error ? std::string("/tmp") : path.string();
 }
 
 }  // namespace
@@ -89,7 +83,7 @@ DriverResponse ActionRouter::run(const DriverRequest& request) {
                 request.sessionId, false, {},
                 DriverError::unsupportedProtocol(request.protocolVersion).description());
         }
-        if (trimBlanks(request.seatLease).empty()) {
+        if (trimmedOfWhitespace(request.seatLease).empty()) {
             return DriverResponse(request.sessionId, false, {},
                                   DriverError::missingLease().description());
         }
@@ -256,7 +250,8 @@ StructuralState ActionRouter::stateAfterAction(const std::string& target) {
 }
 
 std::string ActionRouter::screenshotDestination(const DriverRequest& request) {
-    std::string directory = request.screenshotDir ? *request.screenshotDir : temporaryDirectory();
+    std::string directory =
+        request.screenshotDir ? *request.screenshotDir : platformTemporaryDirectory();
     return joinPath(std::move(directory), request.sessionId + "-" + clock_.newId() + ".png");
 }
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "core/driver/TextMatch.h"
+#include "core/text/Text.h"
 
 namespace velmora {
 
@@ -11,7 +11,7 @@ namespace {
 std::vector<std::string> normalised(const std::vector<std::string>& patterns) {
     std::vector<std::string> kept;
     for (const auto& pattern : patterns) {
-        std::string trimmed = trimBlanks(pattern);
+        std::string trimmed = trimmedOfWhitespace(pattern);
         if (!trimmed.empty()) {
             kept.push_back(std::move(trimmed));
         }
@@ -60,7 +60,7 @@ std::vector<std::string> ApprovedAppPolicy::parseList(const std::optional<std::s
     while (start <= text->size()) {
         size_t comma = text->find(',', start);
         size_t end = comma == std::string::npos ? text->size() : comma;
-        std::string piece = trimBlanks(std::string_view(*text).substr(start, end - start));
+        std::string piece = trimmedOfWhitespace(std::string_view(*text).substr(start, end - start));
         if (!piece.empty()) {
             pieces.push_back(std::move(piece));
         }

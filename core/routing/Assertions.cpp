@@ -1,6 +1,6 @@
 #include "core/routing/Assertions.h"
 
-#include "core/driver/TextMatch.h"
+#include "core/text/Text.h"
 
 namespace velmora {
 
@@ -14,7 +14,7 @@ bool checkExpectation(const Expectation& expectation, const std::vector<ElementI
     }
     if (expectation.valueEquals) {
         for (const auto& element : elements) {
-            if (element.value.value_or("") == *expectation.valueEquals) {
+            if (sameText(element.value.value_or(""), *expectation.valueEquals)) {
                 return true;
             }
         }

@@ -43,7 +43,9 @@ set(objcxx_flags -x objective-c++ -fobjc-runtime=macosx-14.0 -fobjc-arc -fblocks
 # errors only, since their warnings are the business of their own build.
 file(GLOB provider_sources
     ${SOURCE_DIR}/core/native/macos/*.cpp
-    ${SOURCE_DIR}/core/native/macos/*.mm)
+    ${SOURCE_DIR}/core/native/macos/*.mm
+    ${SOURCE_DIR}/core/*/apple/*.cpp
+    ${SOURCE_DIR}/core/*/apple/*.mm)
 file(GLOB portable_sources ${SOURCE_DIR}/core/native/*.cpp)
 file(GLOB_RECURSE candidates ${SOURCE_DIR}/core/*.cpp ${SOURCE_DIR}/agent/*.cpp)
 foreach(candidate IN LISTS candidates)

@@ -566,5 +566,35 @@ TEST_F(AXCGDriverSelectorTest, StructuralStateSummarisesTheWholeSnapshot) {
     EXPECT_EQ(driver.structuralState(kApp).frontmostBundleId, std::nullopt);
 }
 
+TEST_F(AXCGDriverQueryTest, SelectorsMatchInEitherCanonicalForm) {
+    // "Café" with its "é" as one code point, and with "e" and a combining accent.
+    AXElement precomposed = node("Caf\u00E9 Menu", "AXButton");
+    platform.setText(precomposed, "AXIdentifier", "Caf\u00E9");
+    platform.setText(precomposed, "AXValue", "Cafe\u0301 au lait");
+    AXElement decomposed = node("Cafe\u0301 Bar", "AXButton");
+    AXElement plain = node("Cafe", "AXButton");
+    platform.setChildren(app, {precomposed, decomposed, plain});
+
+    ElementSelector selector;
+    selector.title = "CAFE\u0301";
+    EXPECT_EQ(titles(driver.query(kApp, selector, false)),
+              (std::vector<std::string>{"Caf\u00E9 Menu", "Cafe\u0301 Bar"}));
+    selector.title = "caf\u00E9";
+    EXPECT_EQ(titles(driver.query(kApp, selector, false)),
+              (std::vector<std::string>{"Caf\u00E9 Menu", "Cafe\u0301 Bar"}));
+    selector.title = "cafe";
+    EXPECT_EQ(titles(driver.query(kApp, selector, false)), (std::vector<std::string>{"Cafe"}));
+
+    ElementSelector byValue;
+    byValue.valueContains = "CAF\u00C9 AU";
+    EXPECT_EQ(titles(driver.query(kApp, byValue, false)),
+              (std::vector<std::string>{"Caf\u00E9 Menu"}));
+
+    ElementSelector byIdentifier;
+    byIdentifier.identifier = "Cafe\u0301";
+    EXPECT_EQ(titles(driver.query(kApp, byIdentifier, false)),
+              (std::vector<std::string>{"Caf\u00E9 Menu"}));
+}
+
 }  // namespace
 }  // namespace velmora::native

@@ -1,4 +1,5 @@
 #include "core/routing/ActionRouter.h"
+#include "core/routing/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -8,6 +9,7 @@
 #include <deque>
 #include <exception>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -231,6 +233,35 @@ TEST_F(ActionRouterTest, ALeaseOfANewlinePasses) {
     auto response = run(req);
     expectResponseHeader(response, true);
     EXPECT_EQ(driver.shaReads, 1);
+}
+
+TEST_F(ActionRouterTest, ALeaseOfSpaceSeparatorsIsMissing) {
+    // No-break, narrow no-break, em and ideographic spaces, alone and mixed.
+    for (std::string lease :
+         {"\u00A0", "\u202F", "\u2003", "\u3000", " \u00A0\t\u3000\u2003\u202F"}) {
+        DriverRequest req(kSession, lease, kTarget, {action(ActionKind::launch)});
+        auto response = run(req);
+        expectResponseHeader(response, false, "missing GUI-seat lease (RequiresLease)");
+        EXPECT_TRUE(response.receipts.empty());
+    }
+    EXPECT_TRUE(driver.calls.empty());
+    EXPECT_EQ(driver.shaReads, 0);
+}
+
+TEST_F(ActionRouterTest, ALeaseOfAZeroWidthSpaceOrANextLinePasses) {
+    for (std::string lease : {"\u200B", "\u0085", "\u00A0\u200B\u00A0", "\u2028"}) {
+        DriverRequest req(kSession, lease, kTarget, {});
+        expectResponseHeader(run(req), true);
+    }
+    EXPECT_EQ(driver.shaReads, 4);
+}
+
+TEST_F(ActionRouterTest, ADeniedEntryWithATrailingEmSpaceRefusesTheTarget) {
+    DriverRequest req(kSession, "lease", kTarget, {action(ActionKind::launch)}, std::nullopt,
+                      std::nullopt, {std::string(kTarget) + "\u2003"});
+    auto response = run(req);
+    expectResponseHeader(response, false, "consent denied for app: com.example.editor");
+    EXPECT_TRUE(driver.calls.empty());
 }
 
 TEST_F(ActionRouterTest, AnEmptyApprovalListRefusesTheTarget) {
@@ -539,6 +570,8 @@ TEST_F(ActionRouterTest, TheScreenshotDirectoryIsJoinedWithExactlyOneSeparator) 
     }
 }
 
+#if !defined(__APPLE__)
+// Elsewhere than on Apple platforms the temporary directory follows TMPDIR.
 TEST_F(ActionRouterTest, WithoutADirectoryScreenshotsGoToTheTemporaryDirectory) {
     std::string made = ::testing::TempDir() + "router-tmp-XXXXXX";
     ASSERT_NE(mkdtemp(made.data()), nullptr);
@@ -557,6 +590,101 @@ TEST_F(ActionRouterTest, WithoutADirectoryScreenshotsGoToTheTemporaryDirectory) 
                    {receipt("screenshot", std::nullopt, true, sampleState(kTarget), true, true,
                             "r-2", made + "/sess-42-r-1.png", std::nullopt, std::nullopt)});
 }
+
+#endif
+
+// Sets environment variables for one test and puts back what was there.
+class ScopedEnvironment {
+  public:
+    void set(const std::string& name, const std::optional<std::string>& value) {
+        if (saved_.count(name) == 0) {
+            const char* previous = std::getenv(name.c_str());
+            saved_[name] = previous ? std::optional<std::string>(previous) : std::nullopt;
+        }
+        if (value) {
+            setenv(name.c_str(), value->c_str(), 1);
+        } else {
+            unsetenv(name.c_str());
+        }
+    }
+    ~ScopedEnvironment() {
+        for (const auto& [name, value] : saved_) {
+            if (value) {
+                setenv(name.c_str(), value->c_str(), 1);
+            } else {
+                unsetenv(name.c_str());
+            }
+        }
+    }
+
+  private:
+    std::map<std::string, std::optional<std::string>> saved_;
+};
+
+#if defined(__APPLE__)
+TEST_F(ActionRouterTest, TheTemporaryDirectoryIsFoundationsPerUserFolder) {
+    // NSTemporaryDirectory(): an absolute folder of the user's, with a trailing slash.
+    const std::string directory = platformTemporaryDirectory();
+    ASSERT_GT(directory.size(), 1u);
+    EXPECT_EQ(directory.front(), '/');
+    EXPECT_EQ(directory.back(), '/');
+    auto response = run(request({action(ActionKind::screenshot)}));
+    ASSERT_EQ(response.receipts.size(), 1u);
+    EXPECT_EQ(response.receipts[0].screenshotPath, directory + "sess-42-r-1.png");
+}
+#else
+TEST_F(ActionRouterTest, TheTemporaryDirectoryIsTmpdirAsGivenEvenWhenItDoesNotExist) {
+    ScopedEnvironment environment;
+    const std::string missing = ::testing::TempDir() + "velmora-no-such-dir/inner";
+    ASSERT_FALSE(std::filesystem::exists(missing));
+    environment.set("TMPDIR", missing);
+    EXPECT_EQ(platformTemporaryDirectory(), missing + "/");
+    auto response = run(request({action(ActionKind::screenshot)}));
+    ASSERT_EQ(response.receipts.size(), 1u);
+    EXPECT_EQ(response.receipts[0].screenshotPath, missing + "/sess-42-r-1.png");
+    EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+TEST_F(ActionRouterTest, WithoutTmpdirTheTemporaryDirectoryIsTmpAndTmpOrTempAreIgnored) {
+    ScopedEnvironment environment;
+    environment.set("TMPDIR", std::nullopt);
+    environment.set("TMP", std::nullopt);
+    environment.set("TEMP", std::nullopt);
+    EXPECT_EQ(platformTemporaryDirectory(), "/tmp/");
+    environment.set("TMP", ::testing::TempDir());
+    environment.set("TEMP", "/var/tmp");
+    EXPECT_EQ(platformTemporaryDirectory(), "/tmp/");
+    auto response = run(request({action(ActionKind::screenshot)}));
+    ASSERT_EQ(response.receipts.size(), 1u);
+    EXPECT_EQ(response.receipts[0].screenshotPath, "/tmp/sess-42-r-1.png");
+}
+
+TEST_F(ActionRouterTest, TmpdirIsTakenAsGivenWithOneSeparatorBeforeTheFileName) {
+    ScopedEnvironment environment;
+    environment.set("TMP", "/elsewhere");
+    struct Case {
+        std::string tmpdir;
+        std::string directory;
+        std::string path;
+    };
+    // A set but empty TMPDIR counts as set: the directory is then the root.
+    for (const auto& c : std::vector<Case>{{"/shots", "/shots/", "/shots/sess-42-r-1.png"},
+                                           {"/shots/", "/shots/", "/shots/sess-42-r-1.png"},
+                                           {"/shots//", "/shots//", "/shots/sess-42-r-1.png"},
+                                           {"relative", "relative/", "relative/sess-42-r-1.png"},
+                                           {"", "/", "/sess-42-r-1.png"}}) {
+        environment.set("TMPDIR", c.tmpdir);
+        EXPECT_EQ(platformTemporaryDirectory(), c.directory) << c.tmpdir;
+        ObservedDriver local;
+        ActionRouter router(local, Clock::fixed(fixedDate(), "r"), 4, 0.3, pauses.sleep());
+        auto response = router.run(request({action(ActionKind::screenshot)}));
+        ASSERT_EQ(response.receipts.size(), 1u);
+        EXPECT_EQ(response.receipts[0].screenshotPath, std::optional<std::string>(c.path))
+            << c.tmpdir;
+    }
+}
+
+#endif
 
 TEST_F(ActionRouterTest, ScreenshotsRefusedByConsentNeverReachTheDriver) {
     DriverRequest req(kSession, "lease", kTarget, {action(ActionKind::screenshot)}, std::nullopt,

@@ -108,5 +108,61 @@ TEST(ApprovedAppPolicyTest, ParseListKeepsNewlinesAndInnerSpaces) {
               (Strings{"My App", "\nx\n"}));
 }
 
+// The whitespace set is every Unicode space separator and the tab.
+
+TEST(ApprovedAppPolicyTest, ADeniedEntryWithATrailingEmSpaceIsStillDenied) {
+    ApprovedAppPolicy policy({"com.example.editor"}, {"com.example.editor\u2003"});
+    EXPECT_EQ(policy.denied(), (Strings{"com.example.editor"}));
+    EXPECT_FALSE(policy.isAllowed("com.example.editor"));
+}
+
+TEST(ApprovedAppPolicyTest, EverySpaceSeparatorIsTrimmedFromEntries) {
+    ApprovedAppPolicy policy({"\u00A0com.a\u00A0", "\u202Fcom.b\u3000", "\u3000\u2003com.c\t"},
+                             {"\u2009secret\u205F"});
+    EXPECT_EQ(policy.approved(), (Strings{"com.a", "com.b", "com.c"}));
+    EXPECT_EQ(policy.denied(), (Strings{"secret"}));
+    EXPECT_TRUE(policy.isAllowed("com.b"));
+    EXPECT_FALSE(policy.isAllowed("com.c.secret"));
+}
+
+TEST(ApprovedAppPolicyTest, AnApprovalListOfOnlySpaceSeparatorsRefusesEverything) {
+    ApprovedAppPolicy policy({"\u00A0", "\u202F\u3000", "\u2003 \t"}, {});
+    EXPECT_TRUE(policy.approved().empty());
+    EXPECT_FALSE(policy.isAllowed("com.example.editor", "Editor"));
+}
+
+TEST(ApprovedAppPolicyTest, ZeroWidthSpacesNewlinesAndNextLinesAreKept) {
+    ApprovedAppPolicy policy({"\u200Bcom.a", "com.b\u0085", "\ncom.c"}, {"\u200B"});
+    EXPECT_EQ(policy.approved(), (Strings{"\u200Bcom.a", "com.b\u0085", "\ncom.c"}));
+    EXPECT_EQ(policy.denied(), (Strings{"\u200B"}));
+    EXPECT_FALSE(policy.isAllowed("com.a"));
+    EXPECT_FALSE(policy.isAllowed("com.b"));
+    EXPECT_FALSE(policy.isAllowed("com.c"));
+}
+
+TEST(ApprovedAppPolicyTest, ParseListTrimsTheWholeWhitespaceSet) {
+    EXPECT_EQ(ApprovedAppPolicy::parseList(std::string("\u3000com.a\u00A0,\u2003,\u202Fcom.b")),
+              (Strings{"com.a", "com.b"}));
+    EXPECT_EQ(ApprovedAppPolicy::parseList(std::string("\u200B,\u0085, \n ")),
+              (Strings{"\u200B", "\u0085", "\n"}));
+}
+
+// Matching is the platform's substring search: canonically equivalent spellings match.
+
+TEST(ApprovedAppPolicyTest, NamesMatchInEitherCanonicalForm) {
+    // "Café" with "é" as one code point, and as "e" and a combining accent.
+    const std::string precomposed = "Caf\u00E9";
+    const std::string decomposed = "Cafe\u0301";
+    EXPECT_TRUE(ApprovedAppPolicy({decomposed}, {}).isAllowed("org.example.menu", precomposed));
+    EXPECT_TRUE(ApprovedAppPolicy({"CAF\u00C9"}, {}).isAllowed("org.example.menu", decomposed));
+    EXPECT_FALSE(ApprovedAppPolicy({"menu"}, {precomposed})
+                     .isAllowed("org.example.menu", decomposed + " Menu"));
+    EXPECT_FALSE(ApprovedAppPolicy({"menu"}, {decomposed})
+                     .isAllowed("org.example.menu", precomposed + " Menu"));
+    // Without its accent the name is another name.
+    EXPECT_FALSE(ApprovedAppPolicy({"cafe"}, {}).isAllowed("org.example.menu", precomposed));
+    EXPECT_FALSE(ApprovedAppPolicy({"cafe"}, {}).isAllowed("org.example.menu", decomposed));
+}
+
 }  // namespace
 }  // namespace velmora

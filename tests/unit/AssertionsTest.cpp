@@ -128,6 +128,27 @@ TEST(CheckExpectationTest, ValueContainsFoldsCase) {
     EXPECT_FALSE(checkExpectation(expecting(none, none, "OK", none), {valued("AXCell", none)}));
 }
 
+TEST(CheckExpectationTest, ValuesCompareInEitherCanonicalForm) {
+    // "Café" with "é" as one code point, and as "e" and a combining accent.
+    const std::string precomposed = "Caf\u00E9";
+    const std::string decomposed = "Cafe\u0301";
+    EXPECT_TRUE(checkExpectation(expecting(none, decomposed, none, none),
+                                 {valued("AXTextField", precomposed)}));
+    EXPECT_TRUE(checkExpectation(expecting(none, precomposed, none, none),
+                                 {valued("AXTextField", decomposed)}));
+    EXPECT_TRUE(checkExpectation(expecting(none, none, "CAF\u00C9", none),
+                                 {valued("AXTextField", decomposed + " au lait")}));
+    EXPECT_TRUE(checkExpectation(expecting(none, none, "cafe\u0301 au", none),
+                                 {valued("AXTextField", precomposed + " au lait")}));
+    // Equality stays whole and case-sensitive; the accent still counts.
+    EXPECT_FALSE(checkExpectation(expecting(none, "CAFE\u0301", none, none),
+                                  {valued("AXTextField", precomposed)}));
+    EXPECT_FALSE(checkExpectation(expecting(none, "Cafe", none, none),
+                                  {valued("AXTextField", precomposed)}));
+    EXPECT_FALSE(
+        checkExpectation(expecting(none, none, "cafe", none), {valued("AXTextField", decomposed)}));
+}
+
 TEST(CheckExpectationTest, EmptyValueContainsMatchesNothing) {
     EXPECT_FALSE(checkExpectation(expecting(none, none, "", none), {valued("AXCell", "anything")}));
     EXPECT_FALSE(checkExpectation(expecting(none, none, "", none), {valued("AXCell", none)}));

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/driver/MockDriver.h"
-#include "core/driver/TextMatch.h"
+#include "core/driver/SelectorMatch.h"
 #include "core/driver/UIDriver.h"
 
 namespace velmora {

@@ -14,6 +14,9 @@ typedef unsigned char Boolean;
 typedef UInt16 UniChar;
 typedef unsigned long UniCharCount;
 
+// A Unicode code point.
+typedef UInt32 UTF32Char;
+
 // Not used by the agent, but every file that includes a system framework sees
 // them in the global namespace, and they share their names with the agent's own
 // geometry types: a name that would be ambiguous on a Mac must be ambiguous here.

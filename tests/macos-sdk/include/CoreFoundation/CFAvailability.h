@@ -33,8 +33,10 @@
 
 #if defined(__OBJC__)
 #define CF_BRIDGED_TYPE(T) __attribute__((objc_bridge(T)))
+#define CF_BRIDGED_MUTABLE_TYPE(T) __attribute__((objc_bridge_mutable(T)))
 #else
 #define CF_BRIDGED_TYPE(T)
+#define CF_BRIDGED_MUTABLE_TYPE(T)
 #endif
 
 #define CF_RETURNS_RETAINED __attribute__((cf_returns_retained))

@@ -14,12 +14,23 @@ typedef signed long CFIndex;
 typedef const void* CFTypeRef;
 
 typedef const struct CF_BRIDGED_TYPE(NSString) __CFString* CFStringRef;
+typedef struct CF_BRIDGED_MUTABLE_TYPE(NSMutableString) __CFString* CFMutableStringRef;
 typedef const struct __CFAllocator* CFAllocatorRef;
 
 typedef struct {
     CFIndex location;
     CFIndex length;
 } CFRange;
+
+typedef unsigned long CFOptionFlags;
+
+typedef CF_ENUM(CFIndex, CFComparisonResult) {
+    kCFCompareLessThan = -1L,
+    kCFCompareEqualTo = 0,
+    kCFCompareGreaterThan = 1,
+};
+
+static const CFIndex kCFNotFound = -1;
 
 CF_INLINE CFRange CFRangeMake(CFIndex loc, CFIndex len) {
     CFRange range;

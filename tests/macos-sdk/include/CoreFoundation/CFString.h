@@ -2,6 +2,7 @@
 #pragma once
 
 #include <CoreFoundation/CFBase.h>
+#include <CoreFoundation/CFLocale.h>
 
 CF_EXTERN_C_BEGIN
 CF_ASSUME_NONNULL_BEGIN
@@ -42,6 +43,44 @@ CF_EXPORT CFIndex CFStringGetBytes(CFStringRef theString, CFRange range, CFStrin
                                    UInt8 lossByte, Boolean isExternalRepresentation,
                                    UInt8* _Nullable buffer, CFIndex maxBufLen,
                                    CFIndex* _Nullable usedBufLen);
+
+typedef CF_OPTIONS(CFOptionFlags, CFStringCompareFlags) {
+    kCFCompareCaseInsensitive = 1,
+    kCFCompareBackwards = 4,
+    kCFCompareAnchored = 8,
+    kCFCompareNonliteral = 16,
+    kCFCompareLocalized = 32,
+    kCFCompareNumerically = 64,
+    kCFCompareDiacriticInsensitive = 128,
+    kCFCompareWidthInsensitive = 256,
+    kCFCompareForcedOrdering = 512,
+};
+
+// A mutable copy; maxLength 0 means no limit.
+CF_EXPORT CFMutableStringRef CFStringCreateMutableCopy(CFAllocatorRef _Nullable alloc,
+                                                       CFIndex maxLength, CFStringRef theString);
+
+// Copies the UTF-16 code units of a range into the buffer.
+CF_EXPORT void CFStringGetCharacters(CFStringRef theString, CFRange range, UniChar* buffer);
+
+// How the strings order under the options; with kCFCompareNonliteral,
+// canonically equivalent strings compare kCFCompareEqualTo.
+CF_EXPORT CFComparisonResult CFStringCompare(CFStringRef theString1, CFStringRef theString2,
+                                             CFStringCompareFlags compareOptions);
+
+// The range of the first match, or {kCFNotFound, 0}. An empty stringToFind is
+// never found.
+CF_EXPORT CFRange CFStringFind(CFStringRef theString, CFStringRef stringToFind,
+                               CFStringCompareFlags compareOptions);
+
+// The range of the composed character sequence that holds the code unit at
+// theIndex.
+CF_EXPORT CFRange CFStringGetRangeOfComposedCharactersAtIndex(CFStringRef theString,
+                                                              CFIndex theIndex);
+
+// Lower-cases in place; a NULL locale gives the canonical, locale-independent
+// mapping.
+CF_EXPORT void CFStringLowercase(CFMutableStringRef theString, CFLocaleRef _Nullable locale);
 
 CF_ASSUME_NONNULL_END
 CF_EXTERN_C_END

@@ -10,9 +10,12 @@ namespace velmora {
 
 // Renders one document as the agent prints it: pretty-printed, keys sorted at
 // every level, every "/" written as "\/", other characters as UTF-8 with only the
-// escapes JSON requires, and a trailing newline. Invalid UTF-8 coming from a
-// platform string is replaced, never emitted. None when the document holds a
-// number that is not finite: such a document is not written at all.
+// escapes JSON requires, and a trailing newline. Numbers are written as the
+// platform's JSON encoder writes them: integers as integers, doubles in their
+// shortest round-trip form without a trailing ".0" (10, -0, 12.5, 1e+16; see
+// jsonNumberText). Invalid UTF-8 coming from a platform string is replaced,
+// never emitted. None when the document holds a number that is not finite: such
+// a document is not written at all.
 std::optional<std::string> renderDocument(const Json& document);
 
 // Writes renderDocument(document) to `out` and flushes. Writes nothing, quietly,

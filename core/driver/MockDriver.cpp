@@ -1,25 +1,16 @@
 #include "core/driver/MockDriver.h"
 
-#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <utility>
 
-#include "core/driver/TextMatch.h"
+#include "core/driver/SelectorMatch.h"
+#include "core/text/NumberText.h"
 
 namespace velmora {
 
 std::string coordinateText(double value) {
-    char buffer[64];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    std::string text(buffer, result.ptr);
-    bool hasFraction = text.find_first_of(".e") != std::string::npos ||
-                       text.find("inf") != std::string::npos ||
-                       text.find("nan") != std::string::npos;
-    if (!hasFraction) {
-        text += ".0";
-    }
-    return text;
+    return doubleDescription(value);
 }
 
 MockDriver::MockDriver(std::optional<std::string> frontmost, std::vector<ElementInfo> elements,

@@ -67,8 +67,9 @@ class MockDriver : public UIDriver {
     void record(const std::string& op, const std::string& detail);
 };
 
-// A coordinate as the shortest decimal text that reads back as the same double,
-// always with a fractional part: 100 -> "100.0", 0.1 -> "0.1".
+// A coordinate as a double describes itself: the shortest decimal text that reads
+// back as the same double, always with a fractional part or an exponent
+// (100 -> "100.0", 0.1 -> "0.1", 1e16 -> "1e+16"); see doubleDescription.
 std::string coordinateText(double value);
 
 }  // namespace velmora

@@ -80,5 +80,72 @@ TEST(JsonWriterTest, InvalidUtf8IsReplacedAndTheOutputStaysValidJson) {
     EXPECT_EQ(back["title"], "bad\xEF\xBF\xBD\xEF\xBF\xBD title");
 }
 
+TEST(JsonWriterTest, DoublesAreWrittenAsThePlatformsJsonEncoderWritesThem) {
+    Json numbers = {{"whole", 10.0},
+                    {"negativeZero", -0.0},
+                    {"zero", 0.0},
+                    {"half", 12.5},
+                    {"big", 1e16},
+                    {"small", 1e-5},
+                    {"tenThousandth", 0.0001},
+                    {"large", 1e15},
+                    {"pastTwoTo53", 9007199254740994.0},
+                    {"integer", 10},
+                    {"negative", -7},
+                    {"unsigned", 18446744073709551615u}};
+    EXPECT_EQ(written(numbers),
+              "{\n"
+              "  \"big\": 1e+16,\n"
+              "  \"half\": 12.5,\n"
+              "  \"integer\": 10,\n"
+              "  \"large\": 1000000000000000,\n"
+              "  \"negative\": -7,\n"
+              "  \"negativeZero\": -0,\n"
+              "  \"pastTwoTo53\": 9.007199254740994e+15,\n"
+              "  \"small\": 1e-05,\n"
+              "  \"tenThousandth\": 0.0001,\n"
+              "  \"unsigned\": 18446744073709551615,\n"
+              "  \"whole\": 10,\n"
+              "  \"zero\": 0\n"
+              "}\n");
+}
+
+TEST(JsonWriterTest, AFrameOfWholeNumbersHasNoFractions) {
+    ElementInfo element{
+        .role = "AXButton", .valuePresent = false, .frame = Rect{10, 20, 30.5, -0.0}};
+    EXPECT_EQ(written(Json(element)),
+              "{\n"
+              "  \"frame\": {\n"
+              "    \"height\": -0,\n"
+              "    \"width\": 30.5,\n"
+              "    \"x\": 10,\n"
+              "    \"y\": 20\n"
+              "  },\n"
+              "  \"role\": \"AXButton\",\n"
+              "  \"valuePresent\": false\n"
+              "}\n");
+}
+
+// Apart from the numbers, the layout is the JSON library's own pretty print with
+// every slash escaped, as it always was.
+TEST(JsonWriterTest, EverythingButDoublesIsLaidOutAsBefore) {
+    Json document = Json::parse(R"({
+        "a": [], "b": {}, "c": [[], {}, [1, [2, [3]]], {"x": {"y": {}}}],
+        "d": "with / slash \\ and \" quote \u0001 \u001f \u007f \b\f\n\r\t",
+        "e": "Zo\u00eb \u2713 \ud83d\ude00", "f": true, "g": false, "h": null,
+        "i": -9223372036854775808, "j": 18446744073709551615, "k/l": [true, null, "m"]
+    })");
+    document["n"] = std::string("bad\xff\xfe\xe2\x28 \xf0\x9f\x98 end");
+    std::string library = document.dump(2, ' ', false, Json::error_handler_t::replace);
+    std::string escaped;
+    for (char c : library) {
+        if (c == '/') {
+            escaped += '\\';
+        }
+        escaped += c;
+    }
+    EXPECT_EQ(written(document), escaped + "\n");
+}
+
 }  // namespace
 }  // namespace velmora

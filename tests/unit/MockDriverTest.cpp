@@ -393,6 +393,64 @@ TEST(MockDriverTest, TheLogKeepsEveryCallInOrder) {
     EXPECT_EQ(driver.calls, (Calls{{"launch", "com.b"}}));
 }
 
+TEST(MockDriverTest, ClickCoordinatesAreTheDoublesOwnDescription) {
+    MockDriver driver("com.a", {}, "sha");
+    driver.click(Point{100000, 0.0001}, false);
+    driver.click(Point{1234567.25, -3}, false);
+    // Past 2^53 and below 0.0001 the description has an exponent.
+    driver.click(Point{1e16, 1e-5}, true);
+    driver.click(Point{9007199254740992.0, 5e-324}, false);
+    EXPECT_EQ(driver.calls, (Calls{{"click", "100000.0,0.0001"},
+                                   {"click", "1234567.25,-3.0"},
+                                   {"doubleClick", "1e+16,1e-05"},
+                                   {"click", "9007199254740992.0,5e-324"}}));
+}
+
+// "Café" with its "é" as one code point, and with "e" and a combining accent.
+const std::string kCafePrecomposed = "Caf\u00E9";
+const std::string kCafeDecomposed = "Cafe\u0301";
+
+TEST(MockDriverTest, TitlesAndValuesMatchInEitherCanonicalForm) {
+    MockDriver driver("com.a",
+                      {element("AXButton", kCafePrecomposed + " Menu", "menu", kCafeDecomposed),
+                       element("AXButton", kCafeDecomposed + " Bar", "bar", kCafePrecomposed),
+                       element("AXButton", "Cafe", "plain", "Cafe")},
+                      "sha");
+    auto titles = [&](const ElementSelector& selector) {
+        std::vector<std::string> found;
+        for (const auto& info : driver.query("com.a", selector, true)) {
+            found.push_back(*info.identifier);
+        }
+        return found;
+    };
+    const std::vector<std::string> both{"menu", "bar"};
+    EXPECT_EQ(titles(selectorWith(std::nullopt, "caf\u00E9")), both);
+    EXPECT_EQ(titles(selectorWith(std::nullopt, "CAFE\u0301")), both);
+    EXPECT_EQ(titles(selectorWith(std::nullopt, std::nullopt, std::nullopt, "caf\u00E9")), both);
+    EXPECT_EQ(titles(selectorWith(std::nullopt, std::nullopt, std::nullopt, "cafe\u0301")), both);
+    // "Cafe" without an accent is not found inside "Café".
+    EXPECT_EQ(titles(selectorWith(std::nullopt, "cafe")), (std::vector<std::string>{"plain"}));
+}
+
+TEST(MockDriverTest, RolesAndIdentifiersAreTheSameTextInEitherCanonicalForm) {
+    MockDriver driver("com.a",
+                      {element("AX" + kCafePrecomposed, "t", "id-" + kCafeDecomposed, std::nullopt),
+                       element("AXCafe", "u", "id-Cafe", std::nullopt)},
+                      "sha");
+    EXPECT_EQ(
+        driver.query("com.a", selectorWith("AX" + kCafeDecomposed, std::nullopt), true).size(), 1u);
+    EXPECT_EQ(driver
+                  .query("com.a",
+                         selectorWith(std::nullopt, std::nullopt, "id-" + kCafePrecomposed), true)
+                  .size(),
+              1u);
+    // Still exact otherwise: no case folding, no substrings.
+    EXPECT_TRUE(
+        driver.query("com.a", selectorWith("ax" + kCafeDecomposed, std::nullopt), true).empty());
+    EXPECT_TRUE(
+        driver.query("com.a", selectorWith(std::nullopt, std::nullopt, "id-Caf"), true).empty());
+}
+
 TEST(MockDriverDeathTest, NegativeIndexStopsTheProcess) {
     MockDriver driver("com.a", sampleElements(), "sha");
     auto selector = selectorWith("AXButton", std::nullopt, std::nullopt, std::nullopt, -1);

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "core/model/JsonEncoding.h"
 #include "core/model/Protocol.h"
 
 namespace velmora {
@@ -332,7 +333,9 @@ void putOptional(Json& out, const char* key, const std::optional<T>& value) {
 
 }  // namespace
 
-Json parseJson(std::string_view text) {
+Json parseJson(std::string_view bytes) {
+    std::string converted;
+    const std::string_view text = jsonTextAsUtf8(bytes, converted);
     DocumentBuilder builder(text);
     if (!Json::sax_parse(text.begin(), text.end(), &builder)) {
         throw DecodeError("invalid JSON: " + builder.failure());

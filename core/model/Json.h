@@ -31,8 +31,11 @@ class DecodeError : public std::runtime_error {
     explicit DecodeError(const std::string& message) : std::runtime_error(message) {}
 };
 
-// Parses `text` as one JSON document; a syntax error is a DecodeError.
-Json parseJson(std::string_view text);
+// Parses `bytes` as one JSON document, in any encoding JSON allows (UTF-8,
+// UTF-16 or UTF-32 in either byte order, with or without a byte-order mark; see
+// JsonEncoding.h). A syntax or encoding error is a DecodeError that names the
+// line and column in the text as UTF-8.
+Json parseJson(std::string_view bytes);
 
 // Parses `text` and decodes it as a request.
 DriverRequest decodeRequestText(std::string_view text);

@@ -931,5 +931,189 @@ TEST(BadInputTest, AnIntegerJustBelowTheRangeIsNotTakenAsTheSmallest) {
         0u);
 }
 
+// ---------------------------------------------------------------------------
+// The other encodings JSON allows: UTF-16 and UTF-32, big- or little-endian, with
+// or without a byte-order mark, told apart by the zeros among the first bytes.
+
+enum class Width { utf16, utf32 };
+
+struct Encoding {
+    std::string name;
+    Width width;
+    bool bigEndian;
+    bool mark;
+};
+
+const std::vector<Encoding> kEncodings = {
+    {"UTF-16BE", Width::utf16, true, false},
+    {"UTF-16LE", Width::utf16, false, false},
+    {"UTF-32BE", Width::utf32, true, false},
+    {"UTF-32LE", Width::utf32, false, false},
+    {"UTF-16BE with a byte-order mark", Width::utf16, true, true},
+    {"UTF-16LE with a byte-order mark", Width::utf16, false, true},
+    {"UTF-32BE with a byte-order mark", Width::utf32, true, true},
+    {"UTF-32LE with a byte-order mark", Width::utf32, false, true},
+};
+
+// The code points of well-formed UTF-8.
+std::u32string codePoints(const std::string& utf8) {
+    std::u32string out;
+    for (size_t at = 0; at < utf8.size();) {
+        const auto lead = static_cast<unsigned char>(utf8[at]);
+        const size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+        char32_t value = length == 1 ? lead : lead & (0x7F >> length);
+        for (size_t i = 1; i < length; ++i) {
+            value = (value << 6) | (static_cast<unsigned char>(utf8[at + i]) & 0x3F);
+        }
+        out += value;
+        at += length;
+    }
+    return out;
+}
+
+void appendUnit(std::string& out, uint32_t unit, const Encoding& encoding) {
+    const int bytes = encoding.width == Width::utf16 ? 2 : 4;
+    for (int i = 0; i < bytes; ++i) {
+        const int shift = 8 * (encoding.bigEndian ? bytes - 1 - i : i);
+        out += static_cast<char>((unit >> shift) & 0xFF);
+    }
+}
+
+// The code units of one code point (or of a lone surrogate, passed as it is).
+void appendCodePoint(std::string& out, char32_t c, const Encoding& encoding) {
+    if (encoding.width == Width::utf16 && c >= 0x10000) {
+        appendUnit(out, 0xD800 + ((c - 0x10000) >> 10), encoding);
+        appendUnit(out, 0xDC00 + ((c - 0x10000) & 0x3FF), encoding);
+    } else {
+        appendUnit(out, c, encoding);
+    }
+}
+
+std::string encoded(const std::string& utf8, const Encoding& encoding) {
+    std::string out;
+    if (encoding.mark) {
+        appendCodePoint(out, 0xFEFF, encoding);
+    }
+    for (char32_t c : codePoints(utf8)) {
+        appendCodePoint(out, c, encoding);
+    }
+    return out;
+}
+
+TEST(BadInputTest, EveryEncodingJsonAllowsDecodes) {
+    Tally tally;
+    Json request = refusedRequest();
+    request["sessionId"] = "s-\u00E9\u4E2D\U0001F600";
+    request["targetAppName"] = "Caf\u00E9 \u2603";
+    for (const Encoding& encoding : kEncodings) {
+        Case c = decodes("the request in " + encoding.name, encoded(compact(request), encoding));
+        c.check = [](const Json& response) {
+            EXPECT_EQ(response["sessionId"], "s-\u00E9\u4E2D\U0001F600");
+        };
+        runCase(std::move(c), tally);
+        // Pretty-printed, so that the zeros stand among blanks and newlines.
+        runCase(
+            decodes("the indented request in " + encoding.name, encoded(request.dump(4), encoding)),
+            tally);
+    }
+    report("UTF-16 and UTF-32 requests", tally);
+}
+
+TEST(BadInputTest, EveryTruncationOfAUtf16AndAUtf32Request) {
+    Tally tally;
+    const std::string small =
+        R"({"sessionId":"s-\u00E9\U0001F600","seatLease":"l","targetBundleId":"t","approvedApps":[],"actions":[]})";
+    for (const Encoding& encoding : {kEncodings[5], kEncodings[2]}) {
+        const std::string whole = encoded(small, encoding);
+        runCase(decodes("the whole request in " + encoding.name, whole), tally);
+        for (size_t length = 0; length < whole.size(); ++length) {
+            runCase(fails("first " + std::to_string(length) + " bytes in " + encoding.name,
+                          whole.substr(0, length), "invalid JSON: "),
+                    tally);
+        }
+    }
+    report("truncated UTF-16 and UTF-32 documents", tally);
+}
+
+TEST(BadInputTest, MalformedUtf16AndUtf32) {
+    Tally tally;
+    const std::string request = compact(refusedRequest());
+    for (const Encoding& encoding : kEncodings) {
+        const bool utf16 = encoding.width == Width::utf16;
+        const std::string whole = encoded(request, encoding);
+        for (std::string extra : {"\x20", "\x20\x20", "\x20\x20\x20"}) {
+            if (utf16 && extra.size() == 2) {
+                continue;  // a whole code unit (a blank or U+2020, not an error)
+            }
+            runCase(fails(encoding.name + " and " + std::to_string(extra.size()) + " more bytes",
+                          whole + extra,
+                          "invalid JSON: " + encoding.name.substr(0, 8) + " text ends inside a " +
+                              (utf16 ? "2" : "4") + "-byte code unit at line 1, column "),
+                    tally);
+        }
+        // A session id "a<unit>b" whose middle unit is not a character.
+        auto withUnit = [&](uint32_t unit) {
+            const std::string marker = "@@UNIT@@";
+            std::string text = encoded(withRawValue("/sessionId", "\"a" + marker + "\""), encoding);
+            const std::string encodedMarker =
+                encoded(marker, Encoding{"", encoding.width, encoding.bigEndian, false});
+            std::string unitBytes;
+            appendUnit(unitBytes, unit, encoding);
+            return text.replace(text.find(encodedMarker), encodedMarker.size(), unitBytes);
+        };
+        if (utf16) {
+            runCase(fails("a lone low surrogate in " + encoding.name, withUnit(0xDC00),
+                          "invalid JSON: " + encoding.name.substr(0, 8) +
+                              " text has an unpaired low surrogate at line 1, column "),
+                    tally);
+            runCase(fails("a lone high surrogate in " + encoding.name, withUnit(0xD83D),
+                          "invalid JSON: " + encoding.name.substr(0, 8) +
+                              " text has an unpaired high surrogate at line 1, column "),
+                    tally);
+            runCase(fails(
+                        "a high surrogate as the last unit in " + encoding.name,
+                        [&] {
+                            std::string text = encoded("[\"", encoding);
+                            appendUnit(text, 0xD83D, encoding);
+                            return text;
+                        }(),
+                        "invalid JSON: " + encoding.name.substr(0, 8) +
+                            " text has an unpaired high surrogate at line 1, column 3"),
+                    tally);
+        } else {
+            runCase(fails("a surrogate code point in " + encoding.name, withUnit(0xD800),
+                          "invalid JSON: " + encoding.name.substr(0, 8) +
+                              " text has a surrogate code point at line 1, column "),
+                    tally);
+            for (uint32_t beyond : {0x110000u, 0xFFFFFFFFu}) {
+                runCase(fails("the value " + std::to_string(beyond) + " in " + encoding.name,
+                              withUnit(beyond),
+                              "invalid JSON: " + encoding.name.substr(0, 8) +
+                                  " text has a value beyond U+10FFFF at line 1, column "),
+                        tally);
+            }
+        }
+        // Syntax errors in converted text are named by the converted line and column.
+        runCase(fails("a syntax error on line 3 in " + encoding.name,
+                      encoded("{\n  \"sessionId\": \"\u00E9\",\n  \"seatLease\": x}", encoding),
+                      "invalid JSON: parse error at line 3, column 16: syntax error "),
+                tally);
+    }
+    report("malformed UTF-16 and UTF-32", tally);
+}
+
+TEST(BadInputTest, AHugeUtf16RequestStaysInProportion) {
+    Tally tally;
+    Json request = refusedRequest();
+    request["sessionId"] = std::string(8 << 20, 'x');
+    Case c = decodes("an 8 Mi-character session id in UTF-16LE",
+                     encoded(compact(request), kEncodings[1]));
+    c.check = [](const Json& response) {
+        EXPECT_EQ(response["sessionId"].get_ref<const std::string&>().size(), 8u << 20);
+    };
+    runCase(std::move(c), tally);
+    report("huge UTF-16 request", tally);
+}
+
 }  // namespace
 }  // namespace velmora

@@ -306,6 +306,8 @@ TEST_F(ReplayTest, AssertsDefaultToFourAttemptsAThirdOfASecondApart) {
         {"op": "structuralState", "detail": "org.example.Notes"}])"));
 }
 
+#if !defined(__APPLE__)
+// Apple platforms answer NSTemporaryDirectory(), whatever TMPDIR says.
 TEST_F(ReplayTest, ScreenshotsDefaultToTheTemporaryDirectory) {
     std::string scenario = scratchFile("scenario.json", kSimpleScenario);
     auto result =
@@ -320,6 +322,8 @@ TEST_F(ReplayTest, ScreenshotsDefaultToTheTemporaryDirectory) {
     EXPECT_FALSE(std::filesystem::exists(scratch_ + "/s-1-t-1.png"));
 }
 
+#endif
+
 TEST_F(ReplayTest, AClockWithAnOffsetIsRenderedInUtc) {
     std::string scenario = scratchFile("scenario.json", R"({"sha": "abc", "elements": [],
         "clock": {"date": "2026-11-16T04:34:05.75+01:30", "idPrefix": "z"}})");
@@ -329,6 +333,63 @@ TEST_F(ReplayTest, AClockWithAnOffsetIsRenderedInUtc) {
     ASSERT_EQ(response.receipts.size(), 1u);
     EXPECT_EQ(response.receipts[0].ts, "2026-11-16T03:04:05Z");
     EXPECT_EQ(response.receipts[0].receiptId, "z-1");
+}
+
+// Golden runs where the platform's own answers decide the outcome: the
+// whitespace set, canonically equivalent text, numbers as the platform writes
+// them, requests in UTF-16 and UTF-32, and the temporary directory.
+struct GoldenCase {
+    std::string request;   // file name in the fixtures
+    std::string scenario;  // file name in the fixtures
+    std::string golden;    // GOLDEN.response.json and GOLDEN.calls.json
+    int exitStatus;
+    std::map<std::string, std::string> environment = {};
+    std::vector<std::string> unset = {};  // environment variables taken away
+};
+
+TEST_F(ReplayTest, PlatformExactnessCasesMatchTheirGoldenFiles) {
+    const std::vector<GoldenCase> cases = {
+        {"space-lease.request.json", "notes.scenario.json", "space-lease", 2},
+        {"space-denied.request.json", "notes.scenario.json", "space-denied", 2},
+        {"space-kept.request.json", "notes.scenario.json", "space-kept", 0},
+        {"click-coordinates.request.json", "notes.scenario.json", "click-coordinates", 0},
+        {"canonical.request.json", "canonical.scenario.json", "canonical", 2},
+        {"numbers.request.json", "numbers.scenario.json", "numbers", 0},
+        // The same request as all-kinds, in other encodings, gives the same run.
+        {"all-kinds.request.utf16le.json", "notes.scenario.json", "all-kinds", 0},
+        {"all-kinds.request.utf32be.json", "notes.scenario.json", "all-kinds", 0},
+#if !defined(__APPLE__)
+        // TMPDIR as given, though the folder does not exist; TMP and TEMP unread.
+        // (Apple platforms answer NSTemporaryDirectory(), whatever TMPDIR says.)
+        {"temporary-directory.request.json",
+         "notes.scenario.json",
+         "temporary-directory",
+         0,
+         {{"TMPDIR", "/nonexistent/velmora-shots"}, {"TMP", "/var/tmp"}, {"TEMP", "/var/tmp"}}},
+        {"temporary-directory.request.json",
+         "notes.scenario.json",
+         "temporary-directory-unset",
+         0,
+         {{"TMP", "/var/tmp"}, {"TEMP", "/var/tmp"}},
+         {"TMPDIR"}},
+#endif
+    };
+    for (const GoldenCase& c : cases) {
+        SCOPED_TRACE(c.request + " -> " + c.golden);
+        std::string calls = scratchPath(c.golden + ".calls.json");
+        std::vector<std::string> arguments;
+        for (const std::string& name : c.unset) {
+            arguments.insert(arguments.end(), {"-u", name});
+        }
+        arguments.insert(arguments.end(),
+                         {VELMORA_REPLAY_PATH, kFixtures + c.scenario, "--calls", calls});
+        auto result = runProcess("/usr/bin/env", arguments, readText(kFixtures + c.request),
+                                 c.environment, 60);
+        EXPECT_EQ(result.exitStatus, c.exitStatus) << result.err;
+        EXPECT_EQ(result.out, readText(kFixtures + c.golden + ".response.json"));
+        EXPECT_EQ(readText(calls), readText(kFixtures + c.golden + ".calls.json"));
+        EXPECT_EQ(result.err, "");
+    }
 }
 
 }  // namespace

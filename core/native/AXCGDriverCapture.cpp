@@ -19,21 +19,26 @@ void AXCGDriver::screenshot(const std::string& /*bundleId*/, const std::string& 
 
     Platform* platform = &platform_;
     platform_.shareableDisplays([platform, semaphore, imageCell, errorCell](
-                                    std::vector<Display> displays,
+                                    std::optional<std::vector<Display>> displays,
                                     std::optional<std::string> error) {
         if (error) {
             errorCell->set(std::move(*error));
             semaphore->signal();
             return;
         }
-        if (displays.empty()) {
+        if (!displays) {
+            // Only a broken platform answers with neither content nor error; going
+            // on would turn it into a "no display" that is not true.
+            fatalError("shareable content completed with neither content nor an error");
+        }
+        if (displays->empty()) {
             // Stored as the full text, so the caller's wrapping repeats the prefix.
             errorCell->set(DriverError::screenshotFailed("no display").description());
             semaphore->signal();
             return;
         }
         // The whole first display, at its reported size, whatever app is in front.
-        const Display& display = displays.front();
+        const Display& display = displays->front();
         platform->captureImage(
             display, display.width, display.height,
             [semaphore, imageCell, errorCell](ImageRef image, std::optional<std::string> error) {

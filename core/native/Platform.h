@@ -291,11 +291,12 @@ class Platform {
     // Capture -------------------------------------------------------------------
 
     // SCShareableContent getShareableContentWithCompletionHandler:, keeping its
-    // displays in the platform's order. The completion gets the displays, or an
-    // error description, and may run on another thread, possibly late.
-    virtual void shareableDisplays(
-        std::function<void(std::vector<Display> displays, std::optional<std::string> error)>
-            completion) = 0;
+    // displays in the platform's order. The completion gets the content's displays
+    // (possibly none), or an error description, or, from a broken platform, neither
+    // (no content and no error); it may run on another thread, possibly late.
+    virtual void shareableDisplays(std::function<void(std::optional<std::vector<Display>> displays,
+                                                      std::optional<std::string> error)>
+                                       completion) = 0;
     // SCScreenshotManager captureImageWithFilter:configuration:completionHandler: with
     // a filter of `display` excluding no windows and a configuration of this width
     // and height. The completion gets an image or an error description (a call with

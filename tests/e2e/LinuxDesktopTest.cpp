@@ -563,8 +563,8 @@ TEST_F(LinuxDesktop, CaptureIsAPngOfTheFirstDisplay) {
     auto displays = std::make_shared<std::vector<native::Display>>();
     auto displaysError = std::make_shared<std::optional<std::string>>();
     platform->shareableDisplays(
-        [=](std::vector<native::Display> list, std::optional<std::string> error) {
-            *displays = std::move(list);
+        [=](std::optional<std::vector<native::Display>> list, std::optional<std::string> error) {
+            *displays = list.value_or(std::vector<native::Display>{});
             *displaysError = std::move(error);
             displaysDone->signal();
         });

@@ -110,11 +110,12 @@ TEST(LinuxProviderWithoutDisplay, ConstructionAndDesktopOperationsTouchNothing) 
     // Capture and launching answer with an error that says why.
     std::optional<std::string> displaysError;
     bool displaysAnswered = false;
-    platform->shareableDisplays([&](std::vector<Display> displays, std::optional<std::string> e) {
-        displaysAnswered = true;
-        EXPECT_TRUE(displays.empty());
-        displaysError = std::move(e);
-    });
+    platform->shareableDisplays(
+        [&](std::optional<std::vector<Display>> displays, std::optional<std::string> e) {
+            displaysAnswered = true;
+            EXPECT_FALSE(displays);
+            displaysError = std::move(e);
+        });
     ASSERT_TRUE(displaysAnswered);
     ASSERT_TRUE(displaysError);
     EXPECT_NE(displaysError->find("DISPLAY"), std::string::npos) << *displaysError;

@@ -539,8 +539,15 @@ void ScriptedPlatform::setDisplays(std::vector<Display> displays, Delivery deliv
 
 void ScriptedPlatform::setDisplaysError(std::string error, Delivery delivery) {
     std::lock_guard<std::mutex> lock(mutex_);
-    displays_.clear();
+    displays_.reset();
     displaysError_ = std::move(error);
+    displaysDelivery_ = delivery;
+}
+
+void ScriptedPlatform::setDisplaysNeither(Delivery delivery) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    displays_.reset();
+    displaysError_.reset();
     displaysDelivery_ = delivery;
 }
 
@@ -576,9 +583,10 @@ int ScriptedPlatform::shareableContentRequests() const {
 }
 
 void ScriptedPlatform::shareableDisplays(
-    std::function<void(std::vector<Display> displays, std::optional<std::string> error)>
+    std::function<void(std::optional<std::vector<Display>> displays,
+                       std::optional<std::string> error)>
         completion) {
-    std::vector<Display> displays;
+    std::optional<std::vector<Display>> displays;
     std::optional<std::string> error;
     Delivery delivery;
     {

@@ -192,9 +192,11 @@ class ScriptedPlatform : public Platform {
     ImageRef image(const std::string& name);
     static std::string nameOf(const CapturedImage& image);
 
-    // How the shareable content answers: its displays, or an error.
+    // How the shareable content answers: its displays, an error, or (broken
+    // platform) neither.
     void setDisplays(std::vector<Display> displays, Delivery delivery = Delivery::immediately());
     void setDisplaysError(std::string error, Delivery delivery = Delivery::immediately());
+    void setDisplaysNeither(Delivery delivery = Delivery::immediately());
     // How a capture answers: an image, an error, or (broken platform) neither.
     void setCaptureImage(ImageRef image, Delivery delivery = Delivery::immediately());
     void setCaptureError(std::string error, Delivery delivery = Delivery::immediately());
@@ -290,9 +292,9 @@ class ScriptedPlatform : public Platform {
     void setFlags(InputEvent& event, uint64_t flags) override;
     void postEvent(uint32_t tap, InputEvent& event) override;
 
-    void shareableDisplays(
-        std::function<void(std::vector<Display> displays, std::optional<std::string> error)>
-            completion) override;
+    void shareableDisplays(std::function<void(std::optional<std::vector<Display>> displays,
+                                              std::optional<std::string> error)>
+                               completion) override;
     void captureImage(
         const Display& display, int64_t width, int64_t height,
         std::function<void(ImageRef image, std::optional<std::string> error)> completion) override;
@@ -378,7 +380,7 @@ class ScriptedPlatform : public Platform {
     std::shared_ptr<int> released_ = std::make_shared<int>(0);
 
     // capture (touched from completion threads: guarded by mutex_)
-    std::vector<Display> displays_;
+    std::optional<std::vector<Display>> displays_ = std::vector<Display>{};
     std::optional<std::string> displaysError_;
     Delivery displaysDelivery_;
     ImageRef captureImage_;

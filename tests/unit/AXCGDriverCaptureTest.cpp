@@ -190,6 +190,20 @@ TEST_F(AXCGDriverCaptureDeathTest, ACaptureWithNeitherImageNorErrorIsFatal) {
     EXPECT_DEATH(driver.screenshot(kApp, kPath), "neither an image nor an error");
 }
 
+// Content with no displays is "no display" (above); no content and no error at all
+// is a broken platform, and the process stops rather than report a false reason.
+TEST_F(AXCGDriverCaptureDeathTest, ShareableContentWithNeitherContentNorErrorIsFatal) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    platform.setDisplaysNeither();
+    EXPECT_DEATH(driver.screenshot(kApp, kPath), "neither content nor an error");
+}
+
+TEST_F(AXCGDriverCaptureDeathTest, NeitherContentNorErrorIsFatalOnTheCompletionsThreadToo) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    platform.setDisplaysNeither(Delivery::onAnotherThread());
+    EXPECT_DEATH(driver.screenshot(kApp, kPath), "neither content nor an error");
+}
+
 // Fingerprint ------------------------------------------------------------------
 
 class AXCGDriverFingerprintTest : public ::testing::Test {

@@ -205,9 +205,18 @@ void LinuxPlatform::postEvent(uint32_t /*tap*/, InputEvent& event) {
 // Capture ----------------------------------------------------------------------------
 
 void LinuxPlatform::shareableDisplays(
-    std::function<void(std::vector<Display> displays, std::optional<std::string> error)>
+    std::function<void(std::optional<std::vector<Display>> displays,
+                       std::optional<std::string> error)>
         completion) {
-    requestDisplays(std::move(completion));
+    // The X server always answers with screens or an error, never with neither.
+    requestDisplays([completion = std::move(completion)](std::vector<Display> displays,
+                                                         std::optional<std::string> error) {
+        if (error) {
+            completion(std::nullopt, std::move(error));
+        } else {
+            completion(std::move(displays), std::nullopt);
+        }
+    });
 }
 
 void LinuxPlatform::captureImage(

@@ -63,9 +63,9 @@ class LinuxPlatform final : public Platform {
     void setFlags(InputEvent& event, uint64_t flags) override;
     void postEvent(uint32_t tap, InputEvent& event) override;
 
-    void shareableDisplays(
-        std::function<void(std::vector<Display> displays, std::optional<std::string> error)>
-            completion) override;
+    void shareableDisplays(std::function<void(std::optional<std::vector<Display>> displays,
+                                              std::optional<std::string> error)>
+                               completion) override;
     void captureImage(
         const Display& display, int64_t width, int64_t height,
         std::function<void(ImageRef image, std::optional<std::string> error)> completion) override;

@@ -40,9 +40,9 @@ class MacImage final : public CapturedImage {
 
 }  // namespace
 
-void MacPlatform::shareableDisplays(
-    std::function<void(std::vector<Display> displays, std::optional<std::string> error)>
-        completion) {
+void MacPlatform::shareableDisplays(std::function<void(std::optional<std::vector<Display>> displays,
+                                                       std::optional<std::string> error)>
+                                        completion) {
     @autoreleasepool {
         // SCShareableContent getShareableContentWithCompletionHandler:. The handler
         // runs on a queue of ScreenCaptureKit's, possibly after the caller has
@@ -50,7 +50,11 @@ void MacPlatform::shareableDisplays(
         [SCShareableContent getShareableContentWithCompletionHandler:^(
                                 SCShareableContent* _Nullable content, NSError* _Nullable error) {
           if (error != nil) {
-              completion({}, describe(error));
+              completion(std::nullopt, describe(error));
+              return;
+          }
+          if (content == nil) {
+              completion(std::nullopt, std::nullopt);
               return;
           }
           // SCShareableContent displays, SCDisplay width and height, in the

@@ -43,7 +43,12 @@ void AXCGDriver::launch(const std::string& bundleId) {
                               });
 
     // A workspace that does not answer in time is taken as a successful open.
-    semaphore->wait(kLaunchWait);
+    // The answer itself crosses over through the semaphore, but the application it
+    // started reaches this process's workspace state (the running applications, the
+    // frontmost one) only through the main run loop: blocked here, the thread
+    // would come back to a workspace that has not yet heard of the launch, and
+    // the `focus` that usually follows would not find the new application.
+    semaphore->waitRunningLoop(kLaunchWait);
     if (auto error = errorCell->get()) {
         throw DriverError::osFailure("launch: " + *error);
     }
@@ -65,7 +70,9 @@ bool AXCGDriver::waitFrontmost(const std::string& bundleId, double timeoutSecond
         if (frontmostBundleId() == bundleId) {
             return true;
         }
-        platform_.sleep(kFrontmostPollInterval);
+        // Not a plain sleep: the frontmost application is refreshed only while the
+        // run loop turns, and a blocked poll would read the old one to the end.
+        platform_.waitRunningLoop(kFrontmostPollInterval);
     }
     // One last look, so that even a zero time-out tests once.
     return frontmostBundleId() == bundleId;

@@ -23,7 +23,10 @@ void AXCGDriver::click(Point point, bool doubleClick) {
             platform_.postEvent(kCGHIDEventTap, *event);
         }
     }
-    platform_.sleep(kClickSettle);
+    // The settling waits let the workspace catch up too: a click or a chord may
+    // bring another application forward, and the frontmost reads that follow the
+    // action (its structural state, the next input's check) must see it.
+    platform_.waitRunningLoop(kClickSettle);
 }
 
 void AXCGDriver::typeText(const std::string& text) {
@@ -46,9 +49,10 @@ void AXCGDriver::typeText(const std::string& text) {
         platform_.setUnicodeString(*up, units);
         platform_.postEvent(kCGSessionEventTap, *down);
         platform_.postEvent(kCGSessionEventTap, *up);
+        // Nothing is read between two characters: a plain pause.
         platform_.sleep(kCharacterSettle);
     }
-    platform_.sleep(kTypeSettle);
+    platform_.waitRunningLoop(kTypeSettle);
 }
 
 void AXCGDriver::pressKeys(const std::vector<std::string>& keys) {
@@ -75,7 +79,7 @@ void AXCGDriver::pressKeys(const std::vector<std::string>& keys) {
         platform_.postEvent(kCGHIDEventTap, *down);
         platform_.postEvent(kCGHIDEventTap, *up);
     }
-    platform_.sleep(kKeysSettle);
+    platform_.waitRunningLoop(kKeysSettle);
 }
 
 void AXCGDriver::scroll(const ScrollSpec& spec) {

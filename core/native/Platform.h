@@ -197,6 +197,9 @@ class Semaphore {
     virtual void signal() = 0;
     // Blocks until signalled or until `timeoutSeconds` have passed; whether signalled.
     virtual bool wait(double timeoutSeconds) = 0;
+    // The same wait, with the run loop running meanwhile as in
+    // Platform::waitRunningLoop; a signal ends it as promptly as `wait`.
+    virtual bool waitRunningLoop(double timeoutSeconds) = 0;
 };
 
 // ---------------------------------------------------------------------------
@@ -321,8 +324,15 @@ class Platform {
 
     // Time ----------------------------------------------------------------------
 
-    // NSThread sleepForTimeInterval:.
+    // NSThread sleepForTimeInterval:: the thread does nothing else meanwhile.
     virtual void sleep(double seconds) = 0;
+    // Waits `seconds` while the system brings this process up to date: on macOS,
+    // called on the main thread, the main run loop runs in its default mode for the
+    // whole wait (CFRunLoopRunInMode). AppKit refreshes the workspace's
+    // frontmostApplication and NSRunningApplication's properties only when the main
+    // run loop turns, so a read after a plain sleep can give the old answer. On
+    // another thread, or where the system has no such loop, it is `sleep`.
+    virtual void waitRunningLoop(double seconds) = 0;
     // Seconds on a monotonic clock.
     virtual double monotonicSeconds() = 0;
     // dispatch_semaphore_create(0).

@@ -102,7 +102,12 @@ class ScriptedPlatform::ScriptedSemaphore : public Semaphore {
         sync_->changed.notify_all();
     }
 
-    bool wait(double timeoutSeconds) override { return platform_.waitOn(*this, timeoutSeconds); }
+    bool wait(double timeoutSeconds) override {
+        return platform_.waitOn(*this, timeoutSeconds, false);
+    }
+    bool waitRunningLoop(double timeoutSeconds) override {
+        return platform_.waitOn(*this, timeoutSeconds, true);
+    }
 
     // Takes one signal if there is one.
     bool tryTake() {
@@ -310,8 +315,22 @@ std::optional<std::string> ScriptedPlatform::frontmostApplicationBundleId() {
             --frontmostChange_->first;
         }
     }
-    note("frontmost -> " + frontmost_.value_or("none"));
-    return frontmost_;
+    const std::optional<std::string>& answer = refreshedByRunLoop_ ? seenFrontmost_ : frontmost_;
+    note("frontmost -> " + answer.value_or("none"));
+    return answer;
+}
+
+void ScriptedPlatform::setWorkspaceRefreshedByRunLoop(bool refreshed) {
+    refreshedByRunLoop_ = refreshed;
+    seenFrontmost_ = frontmost_;
+    seenRunning_ = running_;
+}
+
+void ScriptedPlatform::runLoopRan() {
+    if (refreshedByRunLoop_) {
+        seenFrontmost_ = frontmost_;
+        seenRunning_ = running_;
+    }
 }
 
 void ScriptedPlatform::addRunningApp(const std::string& bundleId, RunningApplication app) {
@@ -329,8 +348,9 @@ void ScriptedPlatform::setBundleExecutable(const std::string& bundleLocation,
 
 std::vector<RunningApplication> ScriptedPlatform::runningApplications(const std::string& bundleId) {
     ++runningLookups_;
-    auto found = running_.find(bundleId);
-    return found == running_.end() ? std::vector<RunningApplication>{} : found->second;
+    const auto& running = refreshedByRunLoop_ ? seenRunning_ : running_;
+    auto found = running.find(bundleId);
+    return found == running.end() ? std::vector<RunningApplication>{} : found->second;
 }
 
 std::optional<std::string> ScriptedPlatform::applicationLocation(const std::string& bundleId) {
@@ -361,6 +381,9 @@ void ScriptedPlatform::openApplication(
     std::function<void(std::optional<std::string> error)> completion) {
     opens_.push_back({location, activates});
     note("open " + location + (activates ? " activating" : ""));
+    if (onOpen_) {
+        onOpen_();
+    }
     deliver(openDelivery_,
             [completion = std::move(completion), error = openError_]() { completion(error); });
 }
@@ -687,6 +710,18 @@ void ScriptedPlatform::sleep(double seconds) {
     advanceTo(target);
 }
 
+void ScriptedPlatform::waitRunningLoop(double seconds) {
+    int64_t target = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        runLoopWaits_.push_back(seconds);
+        target = nanos_ + std::max<int64_t>(0, toNanos(seconds));
+    }
+    note("run loop " + number(seconds));
+    advanceTo(target);
+    runLoopRan();
+}
+
 std::shared_ptr<Semaphore> ScriptedPlatform::makeSemaphore() {
     auto stats = std::make_shared<SemaphoreStats>();
     auto semaphore = std::make_shared<ScriptedSemaphore>(*this, sync_, stats);
@@ -721,7 +756,7 @@ int ScriptedPlatform::semaphoreSignals(size_t index) const {
     return stats->signals;
 }
 
-bool ScriptedPlatform::waitOn(ScriptedSemaphore& semaphore, double timeoutSeconds) {
+bool ScriptedPlatform::waitOn(ScriptedSemaphore& semaphore, double timeoutSeconds, bool runLoop) {
     int64_t start = 0;
     int64_t deadline = 0;
     {
@@ -750,9 +785,13 @@ bool ScriptedPlatform::waitOn(ScriptedSemaphore& semaphore, double timeoutSecond
             nanos_ = std::max(nanos_, deadline);
         }
         elapsed = nanos_ - start;
-        waits_.push_back({timeoutSeconds, signalled, static_cast<double>(elapsed) / 1e9});
+        waits_.push_back({timeoutSeconds, signalled, static_cast<double>(elapsed) / 1e9, runLoop});
     }
-    note("wait " + number(timeoutSeconds) + (signalled ? " signalled" : " timed out"));
+    note(std::string(runLoop ? "run-loop wait " : "wait ") + number(timeoutSeconds) +
+         (signalled ? " signalled" : " timed out"));
+    if (runLoop) {
+        runLoopRan();
+    }
     return signalled;
 }
 

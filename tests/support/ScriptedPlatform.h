@@ -18,8 +18,9 @@
 // tests. Everything the driver asks for is answered from what the test set up, and
 // everything the driver does is recorded in order.
 //
-// Time: the clock starts at 0 and moves only when the driver sleeps or waits on a
-// semaphore (in whole nanoseconds, so that 12 polls of 0.05 s end exactly at 0.6 s).
+// Time: the clock starts at 0 and moves only when the driver sleeps, waits with the
+// run loop running, or waits on a semaphore (in whole nanoseconds, so that 12 polls
+// of 0.05 s end exactly at 0.6 s).
 // A semaphore wait that nothing signals in time advances the clock by its full
 // time-out. Completions scripted to arrive late are delivered when virtual time
 // reaches them: during a wait, a sleep, or runPendingDeliveries().
@@ -103,10 +104,16 @@ class ScriptedPlatform : public Platform {
 
     // Workspace -----------------------------------------------------------------
 
+    // The system's frontmost application.
     void setFrontmost(std::optional<std::string> bundleId);
     // After `polls` more reads of the frontmost application, it becomes `bundleId`.
     void setFrontmostAfterPolls(int polls, std::optional<std::string> bundleId);
     int frontmostPolls() const { return frontmostPolls_; }
+
+    // As AppKit does, answer the frontmost application and the running applications
+    // as they were when the run loop last ran (a run-loop wait, with or without a
+    // semaphore), not as the system has them now. Off by default.
+    void setWorkspaceRefreshedByRunLoop(bool refreshed);
     // For each frontmost read, how many attribute reads had happened before it.
     const std::vector<size_t>& attributeReadsBeforeFrontmostPolls() const {
         return readsBeforePolls_;
@@ -125,6 +132,9 @@ class ScriptedPlatform : public Platform {
         bool activates = false;
     };
     const std::vector<OpenCall>& opens() const { return opens_; }
+    // Runs inside openApplication, before its answer, as the launch's effect on the
+    // system (an application starting, coming forward).
+    void onOpen(std::function<void()> effect) { onOpen_ = std::move(effect); }
 
     struct Activation {
         int32_t processId = 0;
@@ -233,11 +243,14 @@ class ScriptedPlatform : public Platform {
     // Time ----------------------------------------------------------------------
 
     double now() const;
+    // Plain sleeps, and waits with the run loop running, in order.
     const std::vector<double>& sleeps() const { return sleeps_; }
+    const std::vector<double>& runLoopWaits() const { return runLoopWaits_; }
     struct SemaphoreWait {
         double timeout = 0;
         bool signalled = false;
-        double elapsed = 0;  // virtual seconds the wait took
+        double elapsed = 0;    // virtual seconds the wait took
+        bool runLoop = false;  // waitRunningLoop rather than wait
     };
     std::vector<SemaphoreWait> semaphoreWaits() const;
     // Semaphores made so far, in order: whether each is still alive (someone still
@@ -252,8 +265,9 @@ class ScriptedPlatform : public Platform {
     size_t pendingDeliveries() const;
     size_t heldCompletions() const;
 
-    // What happened, in order, one line per step: warps, posts, sleeps, semaphore
-    // waits, activations, child processes, opens and captures.
+    // What happened, in order, one line per step: warps, posts, sleeps ("sleep
+    // 0.4"), run-loop waits ("run loop 0.4"), semaphore waits ("wait 10 signalled",
+    // "run-loop wait 10 timed out"), activations, child processes, opens and captures.
     std::vector<std::string> timeline() const;
 
     // Platform ------------------------------------------------------------------
@@ -306,6 +320,7 @@ class ScriptedPlatform : public Platform {
     void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) override;
 
     void sleep(double seconds) override;
+    void waitRunningLoop(double seconds) override;
     double monotonicSeconds() override { return now(); }
     std::shared_ptr<Semaphore> makeSemaphore() override;
 
@@ -328,7 +343,8 @@ class ScriptedPlatform : public Platform {
     void deliver(Delivery delivery, std::function<void()> run);
     bool runNextDueBy(int64_t limitNanos);
     void advanceTo(int64_t nanos);
-    bool waitOn(ScriptedSemaphore& semaphore, double timeoutSeconds);
+    bool waitOn(ScriptedSemaphore& semaphore, double timeoutSeconds, bool runLoop);
+    void runLoopRan();
     void note(std::string line);
     EventRef makeEvent(EventKind kind, const EventSource* source);
     void joinThreads();
@@ -362,6 +378,10 @@ class ScriptedPlatform : public Platform {
     std::optional<std::string> openError_;
     Delivery openDelivery_;
     std::vector<OpenCall> opens_;
+    std::function<void()> onOpen_;
+    bool refreshedByRunLoop_ = false;
+    std::optional<std::string> seenFrontmost_;
+    std::map<std::string, std::vector<RunningApplication>> seenRunning_;
     std::vector<Activation> activations_;
 
     // children
@@ -406,6 +426,7 @@ class ScriptedPlatform : public Platform {
     mutable std::mutex mutex_;
     int64_t nanos_ = 0;
     std::vector<double> sleeps_;
+    std::vector<double> runLoopWaits_;
     std::vector<SemaphoreWait> waits_;
     std::vector<std::weak_ptr<Semaphore>> semaphores_;
     std::vector<std::shared_ptr<SemaphoreStats>> semaphoreStats_;

@@ -54,7 +54,7 @@ TEST_F(AXCGDriverAppControlTest, FocusOfTheFrontmostAppReturnsAfterTheFirstPoll)
     EXPECT_EQ(platform.timeline(),
               (std::vector<std::string>{"activate 42 options=0", "frontmost -> " + kApp}));
     EXPECT_TRUE(platform.children().empty());
-    EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.runLoopWaits().empty());
     EXPECT_EQ(platform.now(), 0.0);
 }
 
@@ -85,7 +85,22 @@ TEST_F(AXCGDriverAppControlTest, FocusPollsEveryFiftyMillisecondsUntilFrontmost)
     platform.setFrontmostAfterPolls(3, kApp);
     EXPECT_TRUE(driver.focus(kApp));
     EXPECT_EQ(platform.frontmostPolls(), 4);
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.05, 0.05, 0.05}));
+    // Between two polls the run loop runs; the thread never merely sleeps.
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.05, 0.05, 0.05}));
+    EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.children().empty());
+}
+
+// The workspace answers as the run loop last left it, as AppKit's does: the
+// activation is seen on the poll after the first wait, without osascript.
+TEST_F(AXCGDriverAppControlTest, FocusSeesTheAppComeForwardOnceTheRunLoopHasRun) {
+    platform.setFrontmost(kOther);
+    platform.setWorkspaceRefreshedByRunLoop(true);
+    platform.setFrontmostAfterPolls(0, kApp);  // in front from the first poll on
+    EXPECT_TRUE(driver.focus(kApp));
+    EXPECT_EQ(platform.timeline(),
+              (std::vector<std::string>{"activate 42 options=0", "frontmost -> " + kOther,
+                                        "run loop 0.05", "frontmost -> " + kApp}));
     EXPECT_TRUE(platform.children().empty());
 }
 
@@ -93,10 +108,11 @@ TEST_F(AXCGDriverAppControlTest, StubbornAppIsForcedThroughOsascriptAndWaitedFor
     platform.setFrontmost(kOther);
     EXPECT_FALSE(driver.focus(kApp));
 
-    // 0.6 s: twelve sleeps and thirteen checks (the last after the deadline); then
-    // the forced activation; then 1.5 s: thirty sleeps and thirty-one checks.
-    EXPECT_EQ(platform.sleeps().size(), 42u);
-    EXPECT_EQ(countIn(platform.sleeps(), 0.05), 42);
+    // 0.6 s: twelve waits and thirteen checks (the last after the deadline); then
+    // the forced activation; then 1.5 s: thirty waits and thirty-one checks.
+    EXPECT_EQ(platform.runLoopWaits().size(), 42u);
+    EXPECT_EQ(countIn(platform.runLoopWaits(), 0.05), 42);
+    EXPECT_TRUE(platform.sleeps().empty());
     EXPECT_EQ(platform.frontmostPolls(), 13 + 31);
     EXPECT_DOUBLE_EQ(platform.now(), 2.1);
 
@@ -113,7 +129,7 @@ TEST_F(AXCGDriverAppControlTest, StubbornAppIsForcedThroughOsascriptAndWaitedFor
     const auto timeline = platform.timeline();
     auto start = std::find(timeline.begin(), timeline.end(), "start /usr/bin/osascript");
     ASSERT_NE(start, timeline.end());
-    EXPECT_EQ(std::count(timeline.begin(), start, "sleep 0.05"), 12);
+    EXPECT_EQ(std::count(timeline.begin(), start, "run loop 0.05"), 12);
     EXPECT_EQ(*(start + 1), "exit /usr/bin/osascript");
     EXPECT_EQ(*(start - 1), "frontmost -> " + kOther);
 }
@@ -122,7 +138,7 @@ TEST_F(AXCGDriverAppControlTest, ForcedActivationThatWorksEndsTheSecondWaitAtOnc
     platform.setFrontmost(kOther);
     platform.onChildExit([this] { platform.setFrontmost(kApp); });
     EXPECT_TRUE(driver.focus(kApp));
-    EXPECT_EQ(platform.sleeps().size(), 12u);
+    EXPECT_EQ(platform.runLoopWaits().size(), 12u);
     EXPECT_EQ(platform.frontmostPolls(), 14);
     EXPECT_EQ(platform.children().size(), 1u);
 }
@@ -143,7 +159,7 @@ TEST_F(AXCGDriverAppControlTest, ZeroFocusTimeoutChecksExactlyOnceAfterForcing) 
     platform.setFrontmost(kOther);
     EXPECT_FALSE(impatient.focus(kApp));
     EXPECT_EQ(platform.frontmostPolls(), 13 + 1);
-    EXPECT_EQ(platform.sleeps().size(), 12u);
+    EXPECT_EQ(platform.runLoopWaits().size(), 12u);
     EXPECT_EQ(platform.timeline().back(), "frontmost -> " + kOther);
 }
 
@@ -203,6 +219,7 @@ TEST_F(AXCGDriverAppControlTest, LaunchOpensWithActivationAndReturnsOnTheAnswer)
     EXPECT_EQ(waits[0].timeout, 10.0);
     EXPECT_TRUE(waits[0].signalled);
     EXPECT_EQ(waits[0].elapsed, 0.0);
+    EXPECT_TRUE(waits[0].runLoop);
     // Launch does not wait for the app to come to the front.
     EXPECT_EQ(platform.frontmostPolls(), 0);
     EXPECT_TRUE(platform.activations().empty());
@@ -238,6 +255,7 @@ TEST_F(AXCGDriverAppControlTest, LaunchWithoutAnswerContinuesAfterTenSeconds) {
     ASSERT_EQ(waits.size(), 1u);
     EXPECT_FALSE(waits[0].signalled);
     EXPECT_EQ(waits[0].elapsed, 10.0);
+    EXPECT_TRUE(waits[0].runLoop);
     // The completion still owns its semaphore.
     EXPECT_TRUE(platform.semaphoreAlive(0));
     EXPECT_EQ(platform.heldCompletions(), 1u);
@@ -270,6 +288,28 @@ TEST_F(AXCGDriverAppControlTest, AnswerWithinTheWaitEndsItEarly) {
     ASSERT_EQ(waits.size(), 2u);
     EXPECT_TRUE(waits[1].signalled);
     EXPECT_EQ(waits[1].elapsed, 9.0);
+}
+
+// The launched application reaches the workspace's answers only through the run
+// loop; the launch wait runs it, so the focus that follows finds the application.
+TEST_F(AXCGDriverAppControlTest, AnAppLaunchedDuringTheWaitIsFoundByTheNextFocus) {
+    const std::string fresh = "com.example.fresh";
+    platform.addInstalledApp(fresh, "/Applications/Fresh.app");
+    platform.setFrontmost(kOther);
+    platform.setWorkspaceRefreshedByRunLoop(true);
+    platform.onOpen([&] {
+        platform.addRunningApp(fresh, RunningApplication{99, {}, {}});
+        platform.setFrontmost(fresh);
+    });
+    platform.setOpenAnswer(std::nullopt, Delivery::onAnotherThread());
+    driver.launch(fresh);
+    EXPECT_TRUE(driver.focus(fresh));
+    EXPECT_EQ(platform.timeline(), (std::vector<std::string>{
+                                       "open /Applications/Fresh.app activating",
+                                       "run-loop wait 10 signalled",
+                                       "activate 99 options=0",
+                                       "frontmost -> " + fresh,
+                                   }));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
@@ -35,16 +36,47 @@ class AXCGDriverInputTest : public ::testing::Test {
         return result;
     }
 
+    // The workspace answers as the run loop last left it, as AppKit's does, and the
+    // system has since brought another application forward. Whether the frontmost
+    // read after `action` sees it.
+    bool seesTheNewFrontmostAfter(const std::function<void()>& action) {
+        platform.setFrontmost("com.example.before");
+        platform.setWorkspaceRefreshedByRunLoop(true);
+        platform.setFrontmost("com.example.after");
+        action();
+        return driver.frontmostBundleId() == "com.example.after";
+    }
+
     ScriptedPlatform platform;
     AXCGDriver driver{platform, 3000, 1.5};
 };
+
+// An input action may bring another application forward (a click on its window, a
+// chord that switches applications); the frontmost reads after it (its structural
+// state, the next input's check) must see that, so each settling wait runs the loop.
+TEST_F(AXCGDriverInputTest, AfterAClickTheFrontmostReadIsCurrent) {
+    EXPECT_TRUE(seesTheNewFrontmostAfter([&] { driver.click(Point{1, 1}, false); }));
+}
+
+TEST_F(AXCGDriverInputTest, AfterTypingTheFrontmostReadIsCurrent) {
+    EXPECT_TRUE(seesTheNewFrontmostAfter([&] { driver.typeText("x"); }));
+}
+
+TEST_F(AXCGDriverInputTest, AfterAChordTheFrontmostReadIsCurrent) {
+    EXPECT_TRUE(seesTheNewFrontmostAfter([&] { driver.pressKeys({"cmd+tab"}); }));
+}
+
+TEST_F(AXCGDriverInputTest, WithoutAnyWaitTheFrontmostReadIsTheOldOne) {
+    // The model itself: a scroll has no settling wait, so nothing refreshes.
+    EXPECT_FALSE(seesTheNewFrontmostAfter([&] { driver.scroll(ScrollSpec{0, 1, std::nullopt}); }));
+}
 
 // Click ------------------------------------------------------------------------
 
 TEST_F(AXCGDriverInputTest, ClickWarpsPostsDownAndUpThenSettles) {
     driver.click(Point{10.5, 20}, false);
     EXPECT_EQ(platform.timeline(), (Lines{"warp 10.5,20", "post hid mouse-down 10.5,20 click=1",
-                                          "post hid mouse-up 10.5,20 click=1", "sleep 0.4"}));
+                                          "post hid mouse-up 10.5,20 click=1", "run loop 0.4"}));
     for (const auto& event : platform.posted()) {
         EXPECT_EQ(event.kind, EventKind::mouse);
         EXPECT_EQ(event.button, kCGMouseButtonLeft);
@@ -58,16 +90,16 @@ TEST_F(AXCGDriverInputTest, ClickWarpsPostsDownAndUpThenSettles) {
 
 TEST_F(AXCGDriverInputTest, DoubleClickPostsTwoClicksWithRisingClickStateAndOneWait) {
     driver.click(Point{3, 4}, true);
-    EXPECT_EQ(
-        platform.timeline(),
-        (Lines{"warp 3,4", "post hid mouse-down 3,4 click=1", "post hid mouse-up 3,4 click=1",
-               "post hid mouse-down 3,4 click=2", "post hid mouse-up 3,4 click=2", "sleep 0.4"}));
+    EXPECT_EQ(platform.timeline(),
+              (Lines{"warp 3,4", "post hid mouse-down 3,4 click=1", "post hid mouse-up 3,4 click=1",
+                     "post hid mouse-down 3,4 click=2", "post hid mouse-up 3,4 click=2",
+                     "run loop 0.4"}));
     std::vector<int64_t> states;
     for (const auto& event : platform.posted()) {
         states.push_back(event.clickState().value_or(-1));
     }
     EXPECT_EQ(states, (std::vector<int64_t>{1, 1, 2, 2}));
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.4}));
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.4}));
 }
 
 TEST_F(AXCGDriverInputTest, MouseEventThatCannotBeCreatedIsSkipped) {
@@ -75,7 +107,7 @@ TEST_F(AXCGDriverInputTest, MouseEventThatCannotBeCreatedIsSkipped) {
     EXPECT_NO_THROW(driver.click(Point{1, 1}, true));
     EXPECT_EQ(platform.timeline(), (Lines{"warp 1,1", "post hid mouse-down 1,1 click=1",
                                           "post hid mouse-down 1,1 click=2",
-                                          "post hid mouse-up 1,1 click=2", "sleep 0.4"}));
+                                          "post hid mouse-up 1,1 click=2", "run loop 0.4"}));
 }
 
 TEST_F(AXCGDriverInputTest, ClickNeverFailsEvenWithoutAnyEvent) {
@@ -84,7 +116,7 @@ TEST_F(AXCGDriverInputTest, ClickNeverFailsEvenWithoutAnyEvent) {
     }
     EXPECT_NO_THROW(driver.click(Point{1, 1}, true));
     EXPECT_TRUE(platform.posted().empty());
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.4}));
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.4}));
 }
 
 TEST_F(AXCGDriverInputTest, EveryCreatedEventIsReleased) {
@@ -106,7 +138,7 @@ TEST_F(AXCGDriverInputTest, EachCharacterIsAKeyPairOnTheSessionTapThenAShortWait
         platform.timeline(),
         (Lines{"post session key 0 down unicode=U+0061", "post session key 0 up unicode=U+0061",
                "sleep 0.012", "post session key 0 down unicode=U+0062",
-               "post session key 0 up unicode=U+0062", "sleep 0.012", "sleep 0.3"}));
+               "post session key 0 up unicode=U+0062", "sleep 0.012", "run loop 0.3"}));
     for (const auto& event : platform.posted()) {
         EXPECT_EQ(event.kind, EventKind::keyboard);
         EXPECT_EQ(event.keyCode, 0);
@@ -119,7 +151,8 @@ TEST_F(AXCGDriverInputTest, EachCharacterIsAKeyPairOnTheSessionTapThenAShortWait
 TEST_F(AXCGDriverInputTest, EmptyTextPostsNothingAndStillWaits) {
     driver.typeText("");
     EXPECT_TRUE(platform.posted().empty());
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.3}));
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.3}));
+    EXPECT_TRUE(platform.sleeps().empty());
 }
 
 TEST_F(AXCGDriverInputTest, AnEmojiSequenceIsOneKeyPairWithAllItsUnits) {
@@ -132,7 +165,8 @@ TEST_F(AXCGDriverInputTest, AnEmojiSequenceIsOneKeyPairWithAllItsUnits) {
     EXPECT_EQ(unicodeOf(platform.posted()), (std::vector<std::u16string>{units, units}));
     EXPECT_TRUE(platform.posted()[0].keyDown);
     EXPECT_FALSE(platform.posted()[1].keyDown);
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.012, 0.3}));
+    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.012}));
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.3}));
 }
 
 TEST_F(AXCGDriverInputTest, CombiningMarksAndFlagsStayWithTheirCharacter) {
@@ -141,7 +175,8 @@ TEST_F(AXCGDriverInputTest, CombiningMarksAndFlagsStayWithTheirCharacter) {
     EXPECT_EQ(unicodeOf(platform.posted()),
               (std::vector<std::u16string>{u"e\u0301", u"e\u0301", u"\U0001F1E9\U0001F1EA",
                                            u"\U0001F1E9\U0001F1EA", u"x", u"x"}));
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.012, 0.012, 0.012, 0.3}));
+    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.012, 0.012, 0.012}));
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.3}));
 }
 
 TEST_F(AXCGDriverInputTest, ACharacterOutsideTheBasicPlaneCarriesItsSurrogatePair) {
@@ -169,6 +204,7 @@ TEST_F(AXCGDriverInputTest, KeyDownAllocationFailureStopsTypingWithoutTheFinalWa
     EXPECT_EQ(failureOf([&] { driver.typeText("abc"); }), "os failure: cgevent keyboard alloc");
     EXPECT_EQ(unicodeOf(platform.posted()), (std::vector<std::u16string>{u"a", u"a"}));
     EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.012}));
+    EXPECT_TRUE(platform.runLoopWaits().empty());
 }
 
 TEST_F(AXCGDriverInputTest, KeyUpAllocationFailureReleasesTheKeyDown) {
@@ -176,6 +212,7 @@ TEST_F(AXCGDriverInputTest, KeyUpAllocationFailureReleasesTheKeyDown) {
     EXPECT_EQ(failureOf([&] { driver.typeText("ab"); }), "os failure: cgevent keyboard alloc");
     EXPECT_TRUE(platform.posted().empty());
     EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.runLoopWaits().empty());
     EXPECT_EQ(platform.eventsCreated(), 1);
     EXPECT_EQ(platform.eventsReleased(), 1);
 }
@@ -185,7 +222,7 @@ TEST_F(AXCGDriverInputTest, KeyUpAllocationFailureReleasesTheKeyDown) {
 TEST_F(AXCGDriverInputTest, ModifiersAreFlagsOnTheKeysOwnEvents) {
     driver.pressKeys({"CMD+Shift+A"});
     EXPECT_EQ(platform.timeline(), (Lines{"post hid key 0 down flags=0x120000",
-                                          "post hid key 0 up flags=0x120000", "sleep 0.4"}));
+                                          "post hid key 0 up flags=0x120000", "run loop 0.4"}));
     for (const auto& event : platform.posted()) {
         EXPECT_EQ(event.sourceState, std::nullopt);
         EXPECT_EQ(event.unicode, std::nullopt);
@@ -195,13 +232,14 @@ TEST_F(AXCGDriverInputTest, ModifiersAreFlagsOnTheKeysOwnEvents) {
 TEST_F(AXCGDriverInputTest, EmptyKeyListOnlyWaits) {
     driver.pressKeys({});
     EXPECT_TRUE(platform.posted().empty());
-    EXPECT_EQ(platform.sleeps(), (std::vector<double>{0.4}));
+    EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.4}));
 }
 
 TEST_F(AXCGDriverInputTest, SeparateKeyNamesAreNotAChord) {
     EXPECT_EQ(failureOf([&] { driver.pressKeys({"cmd", "c"}); }), "os failure: unknown key: cmd");
     EXPECT_TRUE(platform.posted().empty());
     EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.runLoopWaits().empty());
 }
 
 TEST_F(AXCGDriverInputTest, UnknownModifierWordIsIgnored) {
@@ -220,7 +258,7 @@ TEST_F(AXCGDriverInputTest, FunctionKeysAreUnknown) {
 TEST_F(AXCGDriverInputTest, AChordOfOnlyPlusSignsIsSkipped) {
     driver.pressKeys({"+", "++", "tab"});
     EXPECT_EQ(platform.timeline(), (Lines{"post hid key 48 down flags=0x0",
-                                          "post hid key 48 up flags=0x0", "sleep 0.4"}));
+                                          "post hid key 48 up flags=0x0", "run loop 0.4"}));
 }
 
 TEST_F(AXCGDriverInputTest, ChordsFollowEachOtherWithoutWaiting) {
@@ -229,7 +267,7 @@ TEST_F(AXCGDriverInputTest, ChordsFollowEachOtherWithoutWaiting) {
               (Lines{"post hid key 36 down flags=0x0", "post hid key 36 up flags=0x0",
                      "post hid key 48 down flags=0x20000", "post hid key 48 up flags=0x20000",
                      "post hid key 123 down flags=0x800000", "post hid key 123 up flags=0x800000",
-                     "sleep 0.4"}));
+                     "run loop 0.4"}));
 }
 
 TEST_F(AXCGDriverInputTest, ALaterFailingChordLeavesEarlierOnesPressedAndSkipsTheWait) {
@@ -239,6 +277,7 @@ TEST_F(AXCGDriverInputTest, ALaterFailingChordLeavesEarlierOnesPressedAndSkipsTh
               "os failure: unknown key: nosuchkey");
     EXPECT_EQ(platform.posted().size(), 4u);
     EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.runLoopWaits().empty());
 }
 
 TEST_F(AXCGDriverInputTest, KeyEventAllocationFailures) {
@@ -248,6 +287,7 @@ TEST_F(AXCGDriverInputTest, KeyEventAllocationFailures) {
     EXPECT_EQ(failureOf([&] { driver.pressKeys({"a"}); }), "os failure: cgevent key alloc");
     EXPECT_TRUE(platform.posted().empty());
     EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.runLoopWaits().empty());
     EXPECT_EQ(platform.eventsReleased(), platform.eventsCreated());
 }
 
@@ -267,6 +307,7 @@ TEST_F(AXCGDriverInputTest, ScrollWithoutAPointDoesNotMoveThePointer) {
     EXPECT_EQ(event.tap, kCGHIDEventTap);
     EXPECT_EQ(event.sourceState, std::nullopt);
     EXPECT_TRUE(platform.sleeps().empty());
+    EXPECT_TRUE(platform.runLoopWaits().empty());
 }
 
 TEST_F(AXCGDriverInputTest, ScrollAtAPointWarpsThere) {

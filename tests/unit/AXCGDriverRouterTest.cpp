@@ -156,7 +156,8 @@ TEST_F(AXCGDriverRouterTest, AWholeSessionYieldsOneReceiptPerActionInOrder) {
     std::vector<std::string> inputs;
     for (const auto& line : platform.timeline()) {
         if (line.rfind("post ", 0) == 0 || line.rfind("warp ", 0) == 0 ||
-            line.rfind("sleep ", 0) == 0 || line.rfind("capture ", 0) == 0) {
+            line.rfind("sleep ", 0) == 0 || line.rfind("run loop ", 0) == 0 ||
+            line.rfind("capture ", 0) == 0) {
             inputs.push_back(line);
         }
     }
@@ -164,17 +165,17 @@ TEST_F(AXCGDriverRouterTest, AWholeSessionYieldsOneReceiptPerActionInOrder) {
                           "warp 140,215",
                           "post hid mouse-down 140,215 click=1",
                           "post hid mouse-up 140,215 click=1",
-                          "sleep 0.4",
+                          "run loop 0.4",
                           "post session key 0 down unicode=U+0068",
                           "post session key 0 up unicode=U+0068",
                           "sleep 0.012",
                           "post session key 0 down unicode=U+0069",
                           "post session key 0 up unicode=U+0069",
                           "sleep 0.012",
-                          "sleep 0.3",
+                          "run loop 0.3",
                           "post hid key 1 down flags=0x100000",
                           "post hid key 1 up flags=0x100000",
-                          "sleep 0.4",
+                          "run loop 0.4",
                           "post hid scroll -3,0,0",
                           "capture main 1512x982",
                       }));

@@ -265,6 +265,12 @@ void LinuxPlatform::sleep(double seconds) {
     }
 }
 
+void LinuxPlatform::waitRunningLoop(double seconds) {
+    // Every workspace read asks the X server, AT-SPI or /proc afresh; there is no
+    // cached state for a loop to refresh.
+    sleep(seconds);
+}
+
 double LinuxPlatform::monotonicSeconds() {
     auto now = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration<double>(now).count();

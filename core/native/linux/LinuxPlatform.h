@@ -77,6 +77,7 @@ class LinuxPlatform final : public Platform {
     void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) override;
 
     void sleep(double seconds) override;
+    void waitRunningLoop(double seconds) override;
     double monotonicSeconds() override;
     std::shared_ptr<Semaphore> makeSemaphore() override;
 

@@ -67,6 +67,7 @@ class MacPlatform final : public Platform {
 
     // Time
     void sleep(double seconds) override;
+    void waitRunningLoop(double seconds) override;
     double monotonicSeconds() override;
     std::shared_ptr<Semaphore> makeSemaphore() override;
 };

@@ -8,6 +8,7 @@ CF_EXTERN_C_BEGIN
 CF_ASSUME_NONNULL_BEGIN
 
 typedef unsigned long CFTypeID;
+typedef unsigned long CFHashCode;
 typedef signed long CFIndex;
 
 // A reference to any CoreFoundation object.

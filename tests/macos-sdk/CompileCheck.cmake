@@ -1,9 +1,15 @@
 # Compiles, syntax only, every source of the macOS provider and every portable
-# source that has an Apple branch, as Apple's compiler would see them, against
-# the declarations in SDK_DIR. Run by CTest with:
+# source that has an Apple branch, as Apple's compiler would see them for each
+# architecture of the universal binary, against the declarations in SDK_DIR.
+# Run by CTest with:
 #   -DCLANGXX=<clang++> -DSOURCE_DIR=<repository> -DSDK_DIR=<this folder>/include
 #   -DINCLUDE_DIRS=<include directories of the core, separated by |>
+#   [-DTARGETS=<clang target triples, separated by |>]
 # The file lists are taken when the test runs, so a new file is never missed.
+#
+# Before the sources, it checks that the check itself still bites: BOOL has each
+# architecture's type, and a call to a deprecated API or to one newer than the
+# deployment target outside an availability check does not compile.
 cmake_minimum_required(VERSION 3.20)
 
 foreach(variable CLANGXX SOURCE_DIR SDK_DIR)
@@ -11,23 +17,25 @@ foreach(variable CLANGXX SOURCE_DIR SDK_DIR)
         message(FATAL_ERROR "CompileCheck.cmake needs -D${variable}=...")
     endif()
 endforeach()
+if(TARGETS)
+    string(REPLACE "|" ";" targets "${TARGETS}")
+else()
+    set(targets arm64-apple-macos14.0 x86_64-apple-macos14.0)
+endif()
 
-# What Apple's clang predefines (or TargetConditionals.h defines) for a macOS
-# build on Apple silicon, where BOOL is bool.
-set(apple_defines
-    -D__APPLE__=1
-    -D__MACH__=1
-    -D__ENVIRONMENT_MAC_OS_X_VERSION_MIN_REQUIRED__=140000
-    -DTARGET_OS_MAC=1
-    -DTARGET_OS_OSX=1)
+include(${CMAKE_CURRENT_LIST_DIR}/DarwinTarget.cmake)
 
-set(common_flags -std=c++20 -fsyntax-only -Wall -Wextra ${apple_defines}
-    -I${SOURCE_DIR} -isystem ${SDK_DIR})
+# As the SDK does: an API newer than the deployment target needs an @available
+# check, and a deprecated one is not called (or is called with a comment saying why
+# and the warning silenced there).
+set(availability_flags -Werror=unguarded-availability -Werror=unguarded-availability-new
+    -Werror=deprecated-declarations)
+set(common_flags -std=c++20 -fsyntax-only -Wall -Wextra ${availability_flags} -I${SOURCE_DIR})
 if(INCLUDE_DIRS)
     string(REPLACE "|" ";" include_dirs "${INCLUDE_DIRS}")
     list(REMOVE_DUPLICATES include_dirs)
     foreach(directory IN LISTS include_dirs)
-        # The system's own directories stay where the compiler puts them.
+        # The system's own directories come with the C library, below.
         if(NOT directory STREQUAL SOURCE_DIR AND NOT directory MATCHES "^/usr(/local)?/include/?$")
             list(APPEND common_flags -I${directory})
         endif()
@@ -35,9 +43,8 @@ if(INCLUDE_DIRS)
 endif()
 
 # Objective-C++ with automatic reference counting and blocks, as the provider's
-# build compiles .mm files; the macOS runtime gives ARC and Apple's semantics.
-set(objcxx_flags -x objective-c++ -fobjc-runtime=macosx-14.0 -fobjc-arc -fblocks
-    -U__OBJC_BOOL_IS_BOOL -D__OBJC_BOOL_IS_BOOL=1)
+# build compiles .mm files.
+set(objcxx_flags -x objective-c++ -fobjc-arc -fblocks)
 
 # The provider must also be free of warnings; the portable sources are checked for
 # errors only, since their warnings are the business of their own build.
@@ -47,13 +54,14 @@ file(GLOB provider_sources
     ${SOURCE_DIR}/core/*/apple/*.cpp
     ${SOURCE_DIR}/core/*/apple/*.mm)
 file(GLOB portable_sources ${SOURCE_DIR}/core/native/*.cpp)
-file(GLOB_RECURSE candidates ${SOURCE_DIR}/core/*.cpp ${SOURCE_DIR}/agent/*.cpp)
+file(GLOB_RECURSE candidates ${SOURCE_DIR}/core/*.cpp ${SOURCE_DIR}/core/*.mm
+     ${SOURCE_DIR}/agent/*.cpp)
 foreach(candidate IN LISTS candidates)
     if(candidate MATCHES "/core/native/(macos|linux)/" OR candidate IN_LIST portable_sources)
         continue()
     endif()
     file(STRINGS ${candidate} apple_lines REGEX "__APPLE__|TARGET_OS_")
-    if(apple_lines)
+    if(apple_lines OR candidate MATCHES "\\.mm$")
         list(APPEND portable_sources ${candidate})
     endif()
 endforeach()
@@ -64,39 +72,63 @@ if(NOT provider_sources)
     message(FATAL_ERROR "no macOS provider sources under ${SOURCE_DIR}/core/native/macos")
 endif()
 
+set(probes ${CMAKE_CURRENT_LIST_DIR}/probes)
 set(failures)
 set(checked 0)
-foreach(source IN LISTS provider_sources portable_sources)
-    set(flags ${common_flags})
-    if(source MATCHES "\\.mm$")
-        list(APPEND flags ${objcxx_flags})
-    endif()
-    if(source IN_LIST provider_sources)
-        list(APPEND flags -Werror)
-    endif()
-    file(RELATIVE_PATH name ${SOURCE_DIR} ${source})
-    execute_process(COMMAND ${CLANGXX} ${flags} ${source}
-                    RESULT_VARIABLE result
-                    OUTPUT_VARIABLE output
-                    ERROR_VARIABLE output)
-    math(EXPR checked "${checked} + 1")
-    if(result EQUAL 0)
-        message(STATUS "ok      ${name}")
-        if(output)
-            message("${output}")
-        endif()
-    else()
-        message(STATUS "FAILED  ${name}")
+foreach(target IN LISTS targets)
+    velmora_darwin_target_flags(${CLANGXX} ${target} ${SDK_DIR} target_flags)
+    message(STATUS "== ${target}")
+
+    # The check's own teeth: each probe must compile, or must fail with its error.
+    execute_process(COMMAND ${CLANGXX} ${target_flags} ${common_flags} ${objcxx_flags} -Werror
+                            ${probes}/MustCompile.mm
+                    RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+    if(NOT result EQUAL 0)
         message("${output}")
-        list(APPEND failures ${name})
+        list(APPEND failures "${target}: probes/MustCompile.mm does not compile")
     endif()
+    foreach(probe Deprecated Unguarded)
+        execute_process(COMMAND ${CLANGXX} ${target_flags} ${common_flags} ${objcxx_flags}
+                                ${probes}/${probe}.mm
+                        RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+        string(TOLOWER "${probe}" expected)
+        if(result EQUAL 0 OR NOT output MATCHES "error: .*(${expected}|only available on macOS)")
+            message("${output}")
+            list(APPEND failures "${target}: the ${expected} call in probes/${probe}.mm compiled")
+        endif()
+    endforeach()
+
+    foreach(source IN LISTS provider_sources portable_sources)
+        set(flags ${target_flags} ${common_flags})
+        if(source MATCHES "\\.mm$")
+            list(APPEND flags ${objcxx_flags})
+        endif()
+        if(source IN_LIST provider_sources)
+            list(APPEND flags -Werror)
+        endif()
+        file(RELATIVE_PATH name ${SOURCE_DIR} ${source})
+        execute_process(COMMAND ${CLANGXX} ${flags} ${source}
+                        RESULT_VARIABLE result
+                        OUTPUT_VARIABLE output
+                        ERROR_VARIABLE output)
+        math(EXPR checked "${checked} + 1")
+        if(result EQUAL 0)
+            message(STATUS "ok      ${name}")
+            if(output)
+                message("${output}")
+            endif()
+        else()
+            message(STATUS "FAILED  ${name}")
+            message("${output}")
+            list(APPEND failures "${target}: ${name}")
+        endif()
+    endforeach()
 endforeach()
 
 list(LENGTH failures failed)
-math(EXPR passed "${checked} - ${failed}")
 if(failures)
-    list(JOIN failures ", " failed_names)
-    message(FATAL_ERROR "${failed} of ${checked} sources do not compile against the macOS "
-                        "declarations: ${failed_names}")
+    list(JOIN failures "; " failed_names)
+    message(FATAL_ERROR "${failed} failures against the macOS declarations: ${failed_names}")
 endif()
-message(STATUS "${passed} sources compile against the macOS declarations")
+list(JOIN targets ", " target_names)
+message(STATUS "${checked} compiles against the macOS declarations pass (${target_names})")

@@ -1,6 +1,8 @@
 // CFBase.h, as far as the macOS provider uses it.
 #pragma once
 
+#include <TargetConditionals.h>
+
 #include <CoreFoundation/CFAvailability.h>
 #include <MacTypes.h>
 

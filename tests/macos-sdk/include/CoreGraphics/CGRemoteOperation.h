@@ -11,6 +11,6 @@ CF_EXTERN_C_BEGIN
 typedef uint16_t CGKeyCode;
 
 // Moves the pointer without producing an event.
-CG_EXTERN CGError CGWarpMouseCursorPosition(CGPoint newCursorPosition);
+CG_EXTERN CGError CGWarpMouseCursorPosition(CGPoint newCursorPosition) API_AVAILABLE(macos(10.0));
 
 CF_EXTERN_C_END

@@ -12,7 +12,7 @@ CF_ASSUME_NONNULL_BEGIN
 typedef const struct CF_BRIDGED_TYPE(id) __AXUIElement* AXUIElementRef;
 
 // Whether this process is a trusted accessibility client.
-CF_EXPORT Boolean AXIsProcessTrusted(void);
+CF_EXPORT Boolean AXIsProcessTrusted(void) API_AVAILABLE(macos(10.4));
 
 CF_EXPORT CFTypeID AXUIElementGetTypeID(void);
 

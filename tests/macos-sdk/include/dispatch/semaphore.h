@@ -14,10 +14,13 @@ _Pragma("clang assume_nonnull begin")
 #endif
 
     // Documented to give NULL on failure (a negative `value`).
+    API_AVAILABLE(macos(10.6), ios(4.0))
     DISPATCH_RETURNS_RETAINED dispatch_semaphore_t dispatch_semaphore_create(intptr_t value);
     // Zero when signalled, non-zero when the timeout passed first.
+    API_AVAILABLE(macos(10.6), ios(4.0))
     intptr_t dispatch_semaphore_wait(dispatch_semaphore_t dsema, dispatch_time_t timeout);
     // Non-zero when a thread was woken.
+    API_AVAILABLE(macos(10.6), ios(4.0))
     intptr_t dispatch_semaphore_signal(dispatch_semaphore_t dsema);
 
 #if defined(__cplusplus)

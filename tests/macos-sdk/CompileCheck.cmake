@@ -46,18 +46,17 @@ endif()
 # build compiles .mm files.
 set(objcxx_flags -x objective-c++ -fobjc-arc -fblocks)
 
-# The provider must also be free of warnings; the portable sources are checked for
-# errors only, since their warnings are the business of their own build.
-file(GLOB provider_sources
-    ${SOURCE_DIR}/core/native/macos/*.cpp
-    ${SOURCE_DIR}/core/native/macos/*.mm
-    ${SOURCE_DIR}/core/*/apple/*.cpp
-    ${SOURCE_DIR}/core/*/apple/*.mm)
-file(GLOB portable_sources ${SOURCE_DIR}/core/native/*.cpp)
+# The Apple-only sources (the macOS provider, and any other folder named macos or
+# apple, such as a backend of the core for Apple) must also be free of warnings;
+# the portable sources are checked for errors only, since their warnings are the
+# business of their own build. Folders for other systems are left out.
 file(GLOB_RECURSE candidates ${SOURCE_DIR}/core/*.cpp ${SOURCE_DIR}/core/*.mm
      ${SOURCE_DIR}/agent/*.cpp)
+set(provider_sources ${candidates})
+list(FILTER provider_sources INCLUDE REGEX "/core/(.*/)?(macos|apple)/")
+file(GLOB portable_sources ${SOURCE_DIR}/core/native/*.cpp)
 foreach(candidate IN LISTS candidates)
-    if(candidate MATCHES "/core/native/(macos|linux)/" OR candidate IN_LIST portable_sources)
+    if(candidate MATCHES "/core/(.*/)?(macos|apple|linux|icu)/" OR candidate IN_LIST portable_sources)
         continue()
     endif()
     file(STRINGS ${candidate} apple_lines REGEX "__APPLE__|TARGET_OS_")

@@ -29,7 +29,7 @@ velmora_darwin_target_flags(${CLANGXX} ${TARGET} ${SDK_DIR} target_flags)
 # agent, and the macOS provider.
 file(GLOB_RECURSE sources ${SOURCE_DIR}/core/*.cpp ${SOURCE_DIR}/core/*.mm
      ${SOURCE_DIR}/agent/*.cpp)
-list(FILTER sources EXCLUDE REGEX "/(linux|freedesktop)/")
+list(FILTER sources EXCLUDE REGEX "/(linux|icu|freedesktop)/")
 list(SORT sources)
 
 set(objects)

@@ -60,7 +60,7 @@ bool AXCGDriver::focus(const std::string& bundleId) {
     if (waitFrontmost(bundleId, kActivationWait)) {
         return true;
     }
-    forceActivate(bundleId);
+    forceActivate(bundleId, app.processId);
     return waitFrontmost(bundleId, focusTimeout_);
 }
 
@@ -78,17 +78,12 @@ bool AXCGDriver::waitFrontmost(const std::string& bundleId, double timeoutSecond
     return frontmostBundleId() == bundleId;
 }
 
-std::string AXCGDriver::activationScript(const std::string& bundleId) {
-    return "tell application id \"" + bundleId + "\" to activate";
-}
-
-void AXCGDriver::forceActivate(const std::string& bundleId) {
-    // Some applications ignore a plain activation request but obey AppleScript.
-    // The child's outcome is not examined: the following frontmost wait is the test.
-    auto child = platform_.startProcess(kOsascriptPath, {"-e", activationScript(bundleId)});
-    if (child) {
-        platform_.waitUntilExit(*child);
-    }
+void AXCGDriver::forceActivate(const std::string& bundleId, int32_t processId) {
+    // Some applications, and some window managers, ignore a plain activation
+    // request but give in to the system's stronger one (AppleScript on macOS, a
+    // pager's request on X11). Its outcome is not examined: the following
+    // frontmost wait is the test.
+    platform_.forceActivateApplication(bundleId, processId);
 }
 
 }  // namespace velmora::native

@@ -37,9 +37,6 @@ class AXCGDriver : public UIDriver {
     static constexpr double kActivationWait = 0.6;
     // How long launch waits for the workspace's answer.
     static constexpr double kLaunchWait = 10.0;
-    // The child that forces activation through AppleScript.
-    static constexpr const char* kOsascriptPath = "/usr/bin/osascript";
-
     // Recursion limit of a tree walk: the application element is depth 0.
     static constexpr int kMaxDepth = 60;
     static constexpr const char* kUnknownRole = "AXUnknown";
@@ -86,14 +83,11 @@ class AXCGDriver : public UIDriver {
     // role alone (the structural state).
     enum class WalkReads { everything, structure };
 
-    // The AppleScript that activates an application; the identifier goes in unescaped.
-    static std::string activationScript(const std::string& bundleId);
-
   private:
     // Application control.
     RunningApplication runningApp(const std::string& bundleId);
     bool waitFrontmost(const std::string& bundleId, double timeoutSeconds);
-    void forceActivate(const std::string& bundleId);
+    void forceActivate(const std::string& bundleId, int32_t processId);
 
     // Accessibility reads. None of them reports an error: a failed read is absent.
     // Every read of one application's walk goes through ask(), which keeps the

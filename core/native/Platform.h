@@ -115,14 +115,6 @@ struct RunningApplication {
 };
 
 // ---------------------------------------------------------------------------
-// Child processes
-
-class ChildProcess {
-  public:
-    virtual ~ChildProcess() = default;
-};
-
-// ---------------------------------------------------------------------------
 // Events
 
 // CGEventType values used.
@@ -257,14 +249,16 @@ class Platform {
     // NSRunningApplication activateWithOptions: on the instance with this process id.
     virtual void activateApplication(int32_t processId, uint32_t options) = 0;
 
-    // Child processes -----------------------------------------------------------
-
-    // NSTask with executable URL and arguments, inheriting the standard streams,
-    // launchAndReturnError:. Null when it could not be started.
-    virtual std::shared_ptr<ChildProcess> startProcess(
-        const std::string& executable, const std::vector<std::string>& arguments) = 0;
-    // NSTask waitUntilExit.
-    virtual void waitUntilExit(ChildProcess& process) = 0;
+    // The system's stronger means of bringing the application with this bundle
+    // identifier to the front, for when it ignored a plain activation; `processId`
+    // is the running instance the caller chose. Returns once the request has been
+    // carried out; whether it worked shows only in the frontmost application, and
+    // nothing is reported. macOS: /usr/bin/osascript with the activation script of
+    // OsascriptActivation.h, run with NSTask (standard streams inherited) and
+    // waited for (waitUntilExit; a child that cannot start returns at once). X11:
+    // the window manager's activation as a pager asks for it, then raising and
+    // focusing the window directly where the manager still refuses.
+    virtual void forceActivateApplication(const std::string& bundleId, int32_t processId) = 0;
 
     // Events --------------------------------------------------------------------
 

@@ -212,25 +212,13 @@ TEST(LinuxProviderFiles, WritingIntoAMissingDirectoryFailsAndCreatesNothing) {
     EXPECT_FALSE(std::filesystem::exists(directory.file("absent")));
 }
 
-TEST(LinuxProviderProcesses, AMissingExecutableDoesNotStart) {
+TEST(LinuxProviderWithoutDisplay, ForcedActivationDoesNothing) {
+    // No osascript is started here (there is none): without an X display there
+    // is no window to bring forward, and nothing is reported.
+    WithoutDesktop noDesktop;
     auto platform = makeSystemPlatform();
-    EXPECT_EQ(platform->startProcess("/usr/bin/osascript",
-                                     {"-e", "tell application id \"x\" to activate"}),
-              nullptr);
-}
-
-TEST(LinuxProviderProcesses, StartsAndWaitsForAChild) {
-    auto platform = makeSystemPlatform();
-    TemporaryDirectory directory;
-    std::string marker = directory.file("ran");
-    auto child = platform->startProcess("/bin/sh", {"-c", "sleep 0.2; touch \"$0\"", marker});
-    ASSERT_NE(child, nullptr);
-    platform->waitUntilExit(*child);
-    EXPECT_TRUE(std::filesystem::exists(marker));
-    // A second wait returns at once.
-    auto start = std::chrono::steady_clock::now();
-    platform->waitUntilExit(*child);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    platform->forceActivateApplication("org.example.absent", 1);
+    EXPECT_EQ(platform->frontmostApplicationBundleId(), std::nullopt);
 }
 
 TEST(LinuxProviderTime, SleepsAndMeasuresOnAMonotonicClock) {

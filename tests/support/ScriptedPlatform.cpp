@@ -62,12 +62,6 @@ class ScriptedImage : public CapturedImage {
     std::string name;
 };
 
-class ScriptedChild : public ChildProcess {
-  public:
-    explicit ScriptedChild(size_t index) : index(index) {}
-    size_t index;
-};
-
 // An event under construction; counts its release.
 class ScriptedEvent : public InputEvent {
   public:
@@ -393,25 +387,11 @@ void ScriptedPlatform::activateApplication(int32_t processId, uint32_t options) 
     note("activate " + std::to_string(processId) + " options=" + std::to_string(options));
 }
 
-// Child processes --------------------------------------------------------------
-
-std::shared_ptr<ChildProcess> ScriptedPlatform::startProcess(
-    const std::string& executable, const std::vector<std::string>& arguments) {
-    children_.push_back({executable, arguments, !failProcessStart_, false});
-    if (failProcessStart_) {
-        note("start failed " + executable);
-        return nullptr;
-    }
-    note("start " + executable);
-    return std::make_shared<ScriptedChild>(children_.size() - 1);
-}
-
-void ScriptedPlatform::waitUntilExit(ChildProcess& process) {
-    auto& child = children_.at(static_cast<ScriptedChild&>(process).index);
-    child.waited = true;
-    note("exit " + child.executable);
-    if (onChildExit_) {
-        onChildExit_();
+void ScriptedPlatform::forceActivateApplication(const std::string& bundleId, int32_t processId) {
+    forcedActivations_.push_back({bundleId, processId});
+    note("force " + bundleId + " " + std::to_string(processId));
+    if (onForcedActivation_) {
+        onForcedActivation_();
     }
 }
 

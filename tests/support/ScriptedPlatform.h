@@ -142,18 +142,16 @@ class ScriptedPlatform : public Platform {
     };
     const std::vector<Activation>& activations() const { return activations_; }
 
-    // Child processes -----------------------------------------------------------
-
-    void failProcessStart(bool fail) { failProcessStart_ = fail; }
-    // Runs inside waitUntilExit, as the child's effect on the desktop.
-    void onChildExit(std::function<void()> effect) { onChildExit_ = std::move(effect); }
-    struct ChildCall {
-        std::string executable;
-        std::vector<std::string> arguments;
-        bool started = false;
-        bool waited = false;
+    // Runs inside forceActivateApplication, as the forced activation's effect on
+    // the desktop.
+    void onForcedActivation(std::function<void()> effect) {
+        onForcedActivation_ = std::move(effect);
+    }
+    struct ForcedActivation {
+        std::string bundleId;
+        int32_t processId = 0;
     };
-    const std::vector<ChildCall>& children() const { return children_; }
+    const std::vector<ForcedActivation>& forcedActivations() const { return forcedActivations_; }
 
     // Events --------------------------------------------------------------------
 
@@ -289,9 +287,7 @@ class ScriptedPlatform : public Platform {
                          std::function<void(std::optional<std::string> error)> completion) override;
     void activateApplication(int32_t processId, uint32_t options) override;
 
-    std::shared_ptr<ChildProcess> startProcess(const std::string& executable,
-                                               const std::vector<std::string>& arguments) override;
-    void waitUntilExit(ChildProcess& process) override;
+    void forceActivateApplication(const std::string& bundleId, int32_t processId) override;
 
     void warpPointer(Point point) override;
     std::shared_ptr<EventSource> createEventSource(int32_t stateId) override;
@@ -384,10 +380,9 @@ class ScriptedPlatform : public Platform {
     std::map<std::string, std::vector<RunningApplication>> seenRunning_;
     std::vector<Activation> activations_;
 
-    // children
-    bool failProcessStart_ = false;
-    std::function<void()> onChildExit_;
-    std::vector<ChildCall> children_;
+    // forced activations
+    std::function<void()> onForcedActivation_;
+    std::vector<ForcedActivation> forcedActivations_;
 
     // events
     std::vector<PostedEvent> posted_;

@@ -5,6 +5,7 @@
 
 #include "core/model/DriverError.h"
 #include "core/native/AXCGDriver.h"
+#include "core/native/OsascriptActivation.h"
 #include "tests/support/ScriptedPlatform.h"
 
 namespace velmora::native {
@@ -53,7 +54,7 @@ TEST_F(AXCGDriverAppControlTest, FocusOfTheFrontmostAppReturnsAfterTheFirstPoll)
     EXPECT_TRUE(driver.focus(kApp));
     EXPECT_EQ(platform.timeline(),
               (std::vector<std::string>{"activate 42 options=0", "frontmost -> " + kApp}));
-    EXPECT_TRUE(platform.children().empty());
+    EXPECT_TRUE(platform.forcedActivations().empty());
     EXPECT_TRUE(platform.runLoopWaits().empty());
     EXPECT_EQ(platform.now(), 0.0);
 }
@@ -76,7 +77,7 @@ TEST_F(AXCGDriverAppControlTest, FocusOfAnAppThatIsNotRunningIsAnError) {
         EXPECT_EQ(error.description(), "app not running: " + kOther);
     }
     EXPECT_TRUE(platform.activations().empty());
-    EXPECT_TRUE(platform.children().empty());
+    EXPECT_TRUE(platform.forcedActivations().empty());
     EXPECT_EQ(platform.frontmostPolls(), 0);
 }
 
@@ -88,7 +89,7 @@ TEST_F(AXCGDriverAppControlTest, FocusPollsEveryFiftyMillisecondsUntilFrontmost)
     // Between two polls the run loop runs; the thread never merely sleeps.
     EXPECT_EQ(platform.runLoopWaits(), (std::vector<double>{0.05, 0.05, 0.05}));
     EXPECT_TRUE(platform.sleeps().empty());
-    EXPECT_TRUE(platform.children().empty());
+    EXPECT_TRUE(platform.forcedActivations().empty());
 }
 
 // The workspace answers as the run loop last left it, as AppKit's does: the
@@ -101,10 +102,10 @@ TEST_F(AXCGDriverAppControlTest, FocusSeesTheAppComeForwardOnceTheRunLoopHasRun)
     EXPECT_EQ(platform.timeline(),
               (std::vector<std::string>{"activate 42 options=0", "frontmost -> " + kOther,
                                         "run loop 0.05", "frontmost -> " + kApp}));
-    EXPECT_TRUE(platform.children().empty());
+    EXPECT_TRUE(platform.forcedActivations().empty());
 }
 
-TEST_F(AXCGDriverAppControlTest, StubbornAppIsForcedThroughOsascriptAndWaitedFor) {
+TEST_F(AXCGDriverAppControlTest, StubbornAppIsForcedByThePlatformAndWaitedFor) {
     platform.setFrontmost(kOther);
     EXPECT_FALSE(driver.focus(kApp));
 
@@ -116,41 +117,36 @@ TEST_F(AXCGDriverAppControlTest, StubbornAppIsForcedThroughOsascriptAndWaitedFor
     EXPECT_EQ(platform.frontmostPolls(), 13 + 31);
     EXPECT_DOUBLE_EQ(platform.now(), 2.1);
 
-    ASSERT_EQ(platform.children().size(), 1u);
-    const auto& child = platform.children()[0];
-    EXPECT_EQ(child.executable, "/usr/bin/osascript");
-    ASSERT_EQ(child.arguments.size(), 2u);
-    EXPECT_EQ(child.arguments[0], "-e");
-    EXPECT_EQ(child.arguments[1], "tell application id \"" + kApp + "\" to activate");
-    EXPECT_TRUE(child.started);
-    EXPECT_TRUE(child.waited);
+    // Forced once, for the instance the plain activation went to.
+    ASSERT_EQ(platform.forcedActivations().size(), 1u);
+    EXPECT_EQ(platform.forcedActivations()[0].bundleId, kApp);
+    EXPECT_EQ(platform.forcedActivations()[0].processId, kPid);
+    ASSERT_EQ(platform.activations().size(), 1u);
 
-    // The child starts only after the first wait has run out.
+    // Forced only after the first wait has run out, and waited for after.
     const auto timeline = platform.timeline();
-    auto start = std::find(timeline.begin(), timeline.end(), "start /usr/bin/osascript");
-    ASSERT_NE(start, timeline.end());
-    EXPECT_EQ(std::count(timeline.begin(), start, "run loop 0.05"), 12);
-    EXPECT_EQ(*(start + 1), "exit /usr/bin/osascript");
-    EXPECT_EQ(*(start - 1), "frontmost -> " + kOther);
+    auto force = std::find(timeline.begin(), timeline.end(), "force " + kApp + " 42");
+    ASSERT_NE(force, timeline.end());
+    EXPECT_EQ(std::count(timeline.begin(), force, "run loop 0.05"), 12);
+    EXPECT_EQ(*(force - 1), "frontmost -> " + kOther);
+    EXPECT_EQ(*(force + 1), "frontmost -> " + kOther);
+    EXPECT_EQ(std::count(force, timeline.end(), "run loop 0.05"), 30);
 }
 
 TEST_F(AXCGDriverAppControlTest, ForcedActivationThatWorksEndsTheSecondWaitAtOnce) {
     platform.setFrontmost(kOther);
-    platform.onChildExit([this] { platform.setFrontmost(kApp); });
+    platform.onForcedActivation([this] { platform.setFrontmost(kApp); });
     EXPECT_TRUE(driver.focus(kApp));
     EXPECT_EQ(platform.runLoopWaits().size(), 12u);
     EXPECT_EQ(platform.frontmostPolls(), 14);
-    EXPECT_EQ(platform.children().size(), 1u);
+    EXPECT_EQ(platform.forcedActivations().size(), 1u);
 }
 
-TEST_F(AXCGDriverAppControlTest, OsascriptThatCannotStartIsIgnoredAndTheWaitStillRuns) {
+TEST_F(AXCGDriverAppControlTest, ForcedActivationThatDoesNothingStillGetsItsWholeWait) {
     platform.setFrontmost(kOther);
-    platform.failProcessStart(true);
     platform.setFrontmostAfterPolls(20, kApp);
     EXPECT_TRUE(driver.focus(kApp));
-    ASSERT_EQ(platform.children().size(), 1u);
-    EXPECT_FALSE(platform.children()[0].started);
-    EXPECT_FALSE(platform.children()[0].waited);
+    ASSERT_EQ(platform.forcedActivations().size(), 1u);
     EXPECT_EQ(platform.frontmostPolls(), 21);
 }
 
@@ -166,7 +162,7 @@ TEST_F(AXCGDriverAppControlTest, ZeroFocusTimeoutChecksExactlyOnceAfterForcing) 
 TEST_F(AXCGDriverAppControlTest, NegativeFocusTimeoutStillChecksOnce) {
     AXCGDriver impatient(platform, 3000, -1.0);
     platform.setFrontmost(kOther);
-    platform.onChildExit([this] { platform.setFrontmost(kApp); });
+    platform.onForcedActivation([this] { platform.setFrontmost(kApp); });
     EXPECT_TRUE(impatient.focus(kApp));
     EXPECT_EQ(platform.frontmostPolls(), 14);
 }
@@ -179,14 +175,18 @@ TEST_F(AXCGDriverAppControlTest, NoFrontmostAppNeverMatches) {
 
 TEST_F(AXCGDriverAppControlTest, TheBundleIdGoesIntoTheScriptUnescaped) {
     const std::string odd = "com.x\" to quit --";
-    EXPECT_EQ(AXCGDriver::activationScript(odd),
+    EXPECT_EQ(osascriptActivationScript(odd),
               "tell application id \"com.x\" to quit --\" to activate");
+    EXPECT_EQ(osascriptActivationArguments(kApp),
+              (std::vector<std::string>{"-e", "tell application id \"" + kApp + "\" to activate"}));
+    EXPECT_STREQ(kOsascriptPath, "/usr/bin/osascript");
+    // The driver hands the identifier to the platform as it is.
     platform.addRunningApp(odd, RunningApplication{7, {}, {}});
     AXCGDriver impatient(platform, 3000, 0.0);
     impatient.focus(odd);
-    ASSERT_EQ(platform.children().size(), 1u);
-    EXPECT_EQ(platform.children()[0].arguments,
-              (std::vector<std::string>{"-e", AXCGDriver::activationScript(odd)}));
+    ASSERT_EQ(platform.forcedActivations().size(), 1u);
+    EXPECT_EQ(platform.forcedActivations()[0].bundleId, odd);
+    EXPECT_EQ(platform.forcedActivations()[0].processId, 7);
 }
 
 TEST_F(AXCGDriverAppControlTest, LaunchOfAnUnknownIdIsAppNotRunning) {

@@ -152,7 +152,7 @@ TEST_F(AXCGDriverRouterTest, AWholeSessionYieldsOneReceiptPerActionInOrder) {
     // What reached the desktop.
     ASSERT_EQ(platform.writes().size(), 1u);
     EXPECT_EQ(platform.writes()[0].first, "/shots/sess-r-8.png");
-    EXPECT_TRUE(platform.children().empty());
+    EXPECT_TRUE(platform.forcedActivations().empty());
     std::vector<std::string> inputs;
     for (const auto& line : platform.timeline()) {
         if (line.rfind("post ", 0) == 0 || line.rfind("warp ", 0) == 0 ||
@@ -213,7 +213,7 @@ TEST_F(AXCGDriverRouterTest, ReceiptsEncodeAsTheBrokerReadsThem) {
 
 TEST_F(AXCGDriverRouterTest, AnInputActionBringsTheTargetForwardFirst) {
     platform.setFrontmost("com.apple.finder");
-    platform.onChildExit([this] { platform.setFrontmost(kApp); });
+    platform.onForcedActivation([this] { platform.setFrontmost(kApp); });
     const auto response = run(R"({
         "sessionId": "s", "seatLease": "l", "targetBundleId": "com.example.editor",
         "actions": [{"kind": "typeText", "text": ""}]
@@ -222,9 +222,9 @@ TEST_F(AXCGDriverRouterTest, AnInputActionBringsTheTargetForwardFirst) {
     EXPECT_TRUE(response.receipts[0].succeeded);
     EXPECT_TRUE(response.receipts[0].frontmostTargetMatch);
     ASSERT_EQ(platform.activations().size(), 1u);
-    ASSERT_EQ(platform.children().size(), 1u);
-    EXPECT_EQ(platform.children()[0].arguments,
-              (std::vector<std::string>{"-e", "tell application id \"" + kApp + "\" to activate"}));
+    ASSERT_EQ(platform.forcedActivations().size(), 1u);
+    EXPECT_EQ(platform.forcedActivations()[0].bundleId, kApp);
+    EXPECT_EQ(platform.forcedActivations()[0].processId, platform.activations()[0].processId);
     // 0.6 s of polling, the forced activation, then the text's own settling wait.
     EXPECT_DOUBLE_EQ(platform.now(), 0.6 + 0.3);
 }
@@ -243,7 +243,7 @@ TEST_F(AXCGDriverRouterTest, ATargetThatWillNotComeForwardFailsInputWithoutEvent
               "target not frontmost: expected com.example.editor, got com.apple.finder");
     EXPECT_TRUE(platform.posted().empty());
     EXPECT_TRUE(platform.warps().empty());
-    EXPECT_EQ(platform.children().size(), 1u);
+    EXPECT_EQ(platform.forcedActivations().size(), 1u);
     EXPECT_DOUBLE_EQ(platform.now(), 0.6 + 1.5);
     EXPECT_TRUE(response.receipts[1].succeeded);
     EXPECT_FALSE(response.receipts[1].frontmostTargetMatch);

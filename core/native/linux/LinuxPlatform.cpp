@@ -10,9 +10,9 @@
 #include "core/native/linux/PngEncoder.h"
 #include "core/native/linux/PosixFiles.h"
 #include "core/native/linux/atspi/AccessibilityStatus.h"
-#include "core/native/linux/desktop/SpawnedProcess.h"
 #include "core/native/linux/x11/SyntheticEvent.h"
 #include "core/native/linux/x11/X11Capture.h"
+#include "core/native/linux/x11/X11Windows.h"
 
 namespace velmora::native {
 
@@ -112,16 +112,12 @@ void LinuxPlatform::activateApplication(int32_t processId, uint32_t /*options*/)
     workspace_.activateApplication(processId);
 }
 
-// Child processes ----------------------------------------------------------------
-
-std::shared_ptr<ChildProcess> LinuxPlatform::startProcess(
-    const std::string& executable, const std::vector<std::string>& arguments) {
-    return SpawnedProcess::start(executable, arguments);
-}
-
-void LinuxPlatform::waitUntilExit(ChildProcess& process) {
-    if (auto* spawned = dynamic_cast<SpawnedProcess*>(&process)) {
-        spawned->waitUntilExit();
+void LinuxPlatform::forceActivateApplication(const std::string& /*bundleId*/, int32_t processId) {
+    // There is no AppleScript here: the window manager's own strong activation
+    // takes its place.
+    auto lock = x11_.lock();
+    if (::Display* display = x11_.display()) {
+        forceProcessWindow(display, processId);
     }
 }
 

@@ -46,9 +46,7 @@ class LinuxPlatform final : public Platform {
                          std::function<void(std::optional<std::string> error)> completion) override;
     void activateApplication(int32_t processId, uint32_t options) override;
 
-    std::shared_ptr<ChildProcess> startProcess(const std::string& executable,
-                                               const std::vector<std::string>& arguments) override;
-    void waitUntilExit(ChildProcess& process) override;
+    void forceActivateApplication(const std::string& bundleId, int32_t processId) override;
 
     void warpPointer(Point point) override;
     std::shared_ptr<EventSource> createEventSource(int32_t stateId) override;

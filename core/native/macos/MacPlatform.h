@@ -31,10 +31,8 @@ class MacPlatform final : public Platform {
                          std::function<void(std::optional<std::string> error)> completion) override;
     void activateApplication(int32_t processId, uint32_t options) override;
 
-    // Child processes
-    std::shared_ptr<ChildProcess> startProcess(const std::string& executable,
-                                               const std::vector<std::string>& arguments) override;
-    void waitUntilExit(ChildProcess& process) override;
+    // Forced activation: osascript, as a child process (MacProcesses.mm)
+    void forceActivateApplication(const std::string& bundleId, int32_t processId) override;
 
     // Events
     void warpPointer(Point point) override;

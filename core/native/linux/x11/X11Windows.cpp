@@ -198,33 +198,97 @@ std::optional<int32_t> frontmostProcessId(::Display* display) {
     return windowProcessId(display, *window);
 }
 
-bool activateProcessWindow(::Display* display, int32_t processId) {
+namespace {
+
+// EWMH source indications of a _NET_ACTIVE_WINDOW request.
+constexpr long kSourceApplication = 1;
+constexpr long kSourcePager = 2;
+
+// The process's window to bring forward: its newest shown one, else its newest.
+std::optional<WindowFacts> windowToActivate(::Display* display, int32_t processId) {
     std::optional<WindowFacts> target;
     for (auto& facts : topLevelWindows(display)) {
-        // The newest shown window, else the newest window.
         if (facts.processId == processId && (!target || facts.viewable || !target->viewable)) {
             target = facts;
         }
     }
+    return target;
+}
+
+void requestActiveWindow(::Display* display, Window window, long source, Time timestamp) {
+    Window root = DefaultRootWindow(display);
+    auto active = longProperty(display, root, "_NET_ACTIVE_WINDOW", XA_WINDOW);
+    XEvent event{};
+    event.xclient.type = ClientMessage;
+    event.xclient.window = window;
+    event.xclient.message_type = XInternAtom(display, "_NET_ACTIVE_WINDOW", False);
+    event.xclient.format = 32;
+    event.xclient.data.l[0] = source;
+    event.xclient.data.l[1] = static_cast<long>(timestamp);
+    // The requestor's currently active window: the one being left.
+    event.xclient.data.l[2] = active.empty() ? 0 : static_cast<long>(active.front());
+    XSendEvent(display, root, False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
+}
+
+void raiseAndFocus(::Display* display, const WindowFacts& target, Time timestamp) {
+    XRaiseWindow(display, target.window);
+    if (target.viewable) {
+        // A window that is not shown cannot take the focus (BadMatch).
+        XSetInputFocus(display, target.window, RevertToParent, timestamp);
+    }
+}
+
+}  // namespace
+
+Time currentServerTime(::Display* display) {
+    Window root = DefaultRootWindow(display);
+    XSetWindowAttributes attributes{};
+    attributes.event_mask = PropertyChangeMask;
+    Window window = XCreateWindow(display, root, -1, -1, 1, 1, 0, 0, InputOnly, CopyFromParent,
+                                  CWEventMask, &attributes);
+    if (window == None) {
+        return CurrentTime;
+    }
+    Atom property = XInternAtom(display, "_VELMORA_TIMESTAMP", False);
+    XChangeProperty(display, window, property, XA_STRING, 8, PropModeAppend, nullptr, 0);
+    // The server always answers a property change on a window that selected it,
+    // so this wait ends after one round trip (or when the connection is lost).
+    XEvent event{};
+    XWindowEvent(display, window, PropertyChangeMask, &event);
+    XDestroyWindow(display, window);
+    return event.type == PropertyNotify ? event.xproperty.time : CurrentTime;
+}
+
+bool activateProcessWindow(::Display* display, int32_t processId) {
+    auto target = windowToActivate(display, processId);
     if (!target) {
         return false;
     }
-    Window root = DefaultRootWindow(display);
     if (hasWindowManager(display)) {
-        XEvent event{};
-        event.xclient.type = ClientMessage;
-        event.xclient.window = target->window;
-        event.xclient.message_type = XInternAtom(display, "_NET_ACTIVE_WINDOW", False);
-        event.xclient.format = 32;
-        event.xclient.data.l[0] = 2;  // source: a pager, which window managers obey
-        event.xclient.data.l[1] = CurrentTime;
-        event.xclient.data.l[2] = 0;
-        XSendEvent(display, root, False, SubstructureRedirectMask | SubstructureNotifyMask, &event);
+        requestActiveWindow(display, target->window, kSourceApplication, CurrentTime);
+    } else {
+        raiseAndFocus(display, *target, CurrentTime);
     }
-    XRaiseWindow(display, target->window);
-    if (target->viewable) {
-        XSetInputFocus(display, target->window, RevertToParent, CurrentTime);
+    XSync(display, False);
+    return true;
+}
+
+bool forceProcessWindow(::Display* display, int32_t processId) {
+    auto target = windowToActivate(display, processId);
+    if (!target) {
+        return false;
     }
+    const Time now = currentServerTime(display);
+    if (hasWindowManager(display)) {
+        requestActiveWindow(display, target->window, kSourcePager, now);
+    }
+    // The manager handles the request in its own time, and no answer tells
+    // whether it obeyed; rather than wait and look, the window is raised and
+    // focused now as well. Where the manager obeyed this changes nothing; where it
+    // refused, the server does it anyway (the focus change carries the current
+    // time, so the server does not discard it as stale), and managers follow the
+    // focus they see change.
+    raiseAndFocus(display, *target, now);
     XSync(display, False);
     return true;
 }

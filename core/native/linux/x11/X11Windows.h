@@ -43,9 +43,26 @@ std::optional<Window> frontmostWindow(::Display* display);
 // window or it does not name its process.
 std::optional<int32_t> frontmostProcessId(::Display* display);
 
-// Brings the process's top-level window forward and gives it the input focus:
-// a _NET_ACTIVE_WINDOW request to the window manager, XRaiseWindow and
-// XSetInputFocus. Returns whether the process has a window.
+// Asks for the process's top-level window to be brought forward, as an
+// application asks for one of its own windows: a _NET_ACTIVE_WINDOW request
+// with the application source and no timestamp, which a window manager that
+// prevents focus stealing may refuse (marking the window as wanting attention
+// instead). Without a window manager there is nobody to ask: the window is
+// raised and given the input focus directly. Returns whether the process has a
+// window.
 bool activateProcessWindow(::Display* display, int32_t processId);
+
+// Brings the process's top-level window forward even where the window manager
+// resists a plain request: a _NET_ACTIVE_WINDOW request with the pager source
+// and a current server timestamp - the user's own request, which managers that
+// prevent focus stealing still obey - and then XRaiseWindow and XSetInputFocus
+// with that timestamp, for a manager that refuses even that. Returns whether
+// the process has a window.
+bool forceProcessWindow(::Display* display, int32_t processId);
+
+// The X server's current time: a zero-length change of a property on a window
+// of our own, whose notification carries the server's timestamp. Blocks for
+// that one round trip; CurrentTime when the window cannot be made.
+Time currentServerTime(::Display* display);
 
 }  // namespace velmora::native::freedesktop

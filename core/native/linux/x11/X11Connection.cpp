@@ -92,7 +92,15 @@ void X11Display::onConnectionLost(::Display*, void* self) {
         return nullptr;
     }
     connection_ = X11Display::open(*name);
-    return connection_ != nullptr ? connection_->get() : nullptr;
+    if (connection_ == nullptr) {
+        return nullptr;
+    }
+    for (const auto& hook : openHooks_) {
+        if (::Display* display = connection_->get()) {
+            hook(display);
+        }
+    }
+    return connection_->get();
 }
 
 }  // namespace velmora::native::freedesktop

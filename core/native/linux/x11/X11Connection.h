@@ -1,10 +1,12 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <X11/Xlib.h>
 
@@ -55,10 +57,14 @@ class X11Connection {
     std::unique_lock<std::mutex> lock() { return std::unique_lock(mutex_); }
     // The open display, or null when there is none. Requires the lock.
     ::Display* display();
+    // Called with the display, under the lock, each time a connection opens
+    // (before display() returns it for the first time).
+    void onOpen(std::function<void(::Display*)> hook) { openHooks_.push_back(std::move(hook)); }
 
   private:
     std::mutex mutex_;
     std::unique_ptr<X11Display> connection_;
+    std::vector<std::function<void(::Display*)>> openHooks_;
 };
 
 }  // namespace velmora::native::freedesktop

@@ -1,16 +1,25 @@
 #include "core/native/linux/x11/X11Input.h"
 
+#include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include <X11/Xutil.h>
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
 #include "core/native/linux/x11/KeyTranslation.h"
+#include "core/native/linux/x11/KeymapJournal.h"
 
 namespace velmora::native::freedesktop {
 
@@ -60,8 +69,8 @@ int pixel(double coordinate) {
 
 namespace {
 
-// The inputs alive in this process, for the exit handler. Never destroyed, so
-// that they outlive every static object's destruction.
+// The inputs alive in this process, for the exit and signal handling. Never
+// destroyed, so that they outlive every static object's destruction.
 std::mutex& liveInputsMutex() {
     static auto* mutex = new std::mutex;
     return *mutex;
@@ -71,11 +80,117 @@ std::set<X11Input*>& liveInputs() {
     return *inputs;
 }
 
+// Set once a signal's restore has run: no keycode is borrowed after it.
+std::atomic<bool> ending{false};
+
+// The signals that end the agent and can be caught.
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+// The write end of the pipe from the signal handler to the restoring thread.
+int signalPipe = -1;
+
+// Xlib is not async-signal-safe: a handler that called it could interrupt the
+// main thread in the middle of an Xlib call on the same connection, with the
+// request half written and Xlib's own state and locks held, and corrupt the
+// stream or deadlock. Nor could it take the connection's mutex, which the
+// interrupted thread may hold. So the handler only writes the signal's number to
+// a pipe (write is async-signal-safe), and a thread of our own does the restore
+// with Xlib outside any handler, taking the connection's mutex as every other
+// use does - the interrupted thread carries on after the handler returns and
+// lets it go at the end of its current call.
+void onEndingSignal(int signal) {
+    const int savedErrno = errno;
+    const auto byte = static_cast<unsigned char>(signal);
+    ssize_t written = write(signalPipe, &byte, 1);
+    (void)written;  // a full pipe already holds a signal to act on
+    errno = savedErrno;
+}
+
+}  // namespace
+
+// The restoring thread: waits for a signal, gives every live input's keycodes
+// back, then ends the process by that signal, as it would have ended without
+// a handler (its status tells the parent which signal it was).
+void restoreThenEnd(int pipe) {
+    unsigned char byte = 0;
+    while (read(pipe, &byte, 1) != 1) {
+        if (errno != EINTR) {
+            return;
+        }
+    }
+    {
+        std::lock_guard lock(liveInputsMutex());
+        for (X11Input* input : liveInputs()) {
+            auto connectionLock = input->x11_.lock();
+            // Under the connection's lock: once given back, nothing borrows again.
+            ending = true;
+            if (!input->originals_.empty()) {
+                if (::Display* display = input->x11_.display()) {
+                    input->restoreSpareKeycodes(display);
+                }
+            }
+        }
+        ending = true;
+    }
+    struct sigaction defaultAction {};
+    defaultAction.sa_handler = SIG_DFL;
+    sigemptyset(&defaultAction.sa_mask);
+    sigaction(byte, &defaultAction, nullptr);
+    kill(getpid(), byte);
+    // The signal is blocked on this thread; the main thread takes it and ends
+    // the process. Stay out of the way until it does.
+    pause();
+}
+
+namespace {
+
+// Installs the handlers and starts the restoring thread, once per process, when
+// the first keycode is about to be borrowed: before that there is nothing to
+// give back and the default dispositions stay. A signal the process ignores
+// (nohup) stays ignored.
+void armSignalRestore() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        int ends[2] = {-1, -1};
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            return;
+        }
+        signalPipe = ends[1];
+        // The thread takes none of these signals itself, so that a signal always
+        // interrupts a thread that may hold the connection's mutex, never the one
+        // waiting for it.
+        sigset_t blocked;
+        sigset_t previous;
+        sigemptyset(&blocked);
+        for (int signal : kEndingSignals) {
+            sigaddset(&blocked, signal);
+        }
+        pthread_sigmask(SIG_BLOCK, &blocked, &previous);
+        std::thread(restoreThenEnd, ends[0]).detach();
+        pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+        for (int signal : kEndingSignals) {
+            struct sigaction current {};
+            sigaction(signal, nullptr, &current);
+            if (current.sa_handler == SIG_IGN) {
+                continue;
+            }
+            struct sigaction action {};
+            action.sa_handler = onEndingSignal;
+            sigemptyset(&action.sa_mask);
+            action.sa_flags = SA_RESTART;
+            sigaction(signal, &action, nullptr);
+        }
+    });
+}
+
 }  // namespace
 
 X11Input::X11Input(X11Connection& x11) : x11_(x11) {
     static std::once_flag once;
-    std::call_once(once, [] { std::atexit(&X11Input::restoreAtExit); });
+    std::call_once(once, [] { std::atexit(&X11Input::restoreAll); });
+    // What an agent killed outright left borrowed is given back by the next one,
+    // as soon as it opens the display.
+    x11_.onOpen([](::Display* display) { repairAbandonedKeycodes(display); });
     std::lock_guard lock(liveInputsMutex());
     liveInputs().insert(this);
 }
@@ -88,7 +203,7 @@ X11Input::~X11Input() {
     restoreSpareKeycodes();
 }
 
-void X11Input::restoreAtExit() {
+void X11Input::restoreAll() {
     std::lock_guard lock(liveInputsMutex());
     for (X11Input* input : liveInputs()) {
         input->restoreSpareKeycodes();
@@ -97,7 +212,7 @@ void X11Input::restoreAtExit() {
 
 void X11Input::restoreSpareKeycodes() {
     auto lock = x11_.lock();
-    if (!boundSpares_.empty()) {
+    if (!originals_.empty()) {
         if (::Display* display = x11_.display()) {
             restoreSpareKeycodes(display);
         }
@@ -291,8 +406,23 @@ std::optional<KeyCode> X11Input::spareKeycodeFor(::Display* display, KeySym keys
     if (spareKeycodes_.empty()) {
         return std::nullopt;
     }
+    if (ending) {
+        return std::nullopt;  // the session has been given back: the process is ending
+    }
     KeyCode code = spareKeycodes_[nextSpare_ % spareKeycodes_.size()];
     ++nextSpare_;
+    if (!originals_.contains(code)) {
+        // Recorded on the server before it changes, so that whatever happens to
+        // this process from here on, the next agent can give it back.
+        armSignalRestore();
+        BorrowedKeycode entry{
+            .owner = getpid(), .keycode = code, .original = keycodeMapping(display, code)};
+        if (entry.original.empty()) {
+            return std::nullopt;
+        }
+        addToKeymapJournal(display, entry);
+        originals_[code] = std::move(entry.original);
+    }
     KeySym both[2] = {keysym, keysym};
     XChangeKeyboardMapping(display, code, 2, both, 1);
     XSync(display, False);
@@ -301,10 +431,15 @@ std::optional<KeyCode> X11Input::spareKeycodeFor(::Display* display, KeySym keys
 }
 
 void X11Input::restoreSpareKeycodes(::Display* display) {
-    for (const auto& [code, keysym] : boundSpares_) {
-        KeySym none = NoSymbol;
-        XChangeKeyboardMapping(display, code, 1, &none, 1);
+    std::vector<KeyCode> keycodes;
+    for (auto& [code, original] : originals_) {
+        XChangeKeyboardMapping(display, code, static_cast<int>(original.size()), original.data(),
+                               1);
+        keycodes.push_back(code);
     }
+    // Given back: the record on the server goes too.
+    removeFromKeymapJournal(display, getpid(), keycodes);
+    originals_.clear();
     boundSpares_.clear();
     XSync(display, False);
 }

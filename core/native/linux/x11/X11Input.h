@@ -20,10 +20,14 @@ namespace velmora::native::freedesktop {
 //    shifted level); its key-up does nothing more. Characters that the keyboard
 //    layout lacks are typed through a spare keycode that is bound to them for
 //    the purpose. Spare keycodes stay bound until they are needed for another
-//    character or the input is destroyed, which restores their empty mapping:
-//    an application reads the mapping when it handles the key, which may be
-//    after the key was sent. An input still alive when the process exits (the
-//    agent keeps its platform to the end) restores them then.
+//    character or the input is destroyed, which restores what they held: an
+//    application reads the mapping when it handles the key, which may be after
+//    the key was sent. The user's mapping is given back on every way out: when
+//    the input is destroyed; at exit, for an input still alive then (the agent
+//    keeps its platform to the end), whatever the exit status; on SIGINT,
+//    SIGTERM and SIGHUP, after which the process ends by that signal as it
+//    would have; and for a process killed outright, by the next agent to open
+//    the display, from the record kept on the server (KeymapJournal.h).
 //  - Other keyboard events press or release the key that the macOS virtual key
 //    code names (KeyTranslation.h); a code without an X counterpart does nothing.
 //  - Event flags become modifier keys pressed before the key-down and released
@@ -58,12 +62,15 @@ class X11Input {
     std::optional<KeyCode> spareKeycodeFor(::Display* display, KeySym keysym);
     void restoreSpareKeycodes(::Display* display);
     void restoreSpareKeycodes();
-    static void restoreAtExit();
+    static void restoreAll();
+    friend void restoreThenEnd(int pipe);
 
     X11Connection& x11_;
     std::vector<KeyCode> spareKeycodes_;  // found on first need
     bool spareKeycodesSearched_ = false;
     std::map<KeyCode, KeySym> boundSpares_;
+    // Every keycode borrowed and not yet given back, with what it held before.
+    std::map<KeyCode, std::vector<KeySym>> originals_;
     size_t nextSpare_ = 0;
 };
 

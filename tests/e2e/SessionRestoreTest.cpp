@@ -1,0 +1,295 @@
+// The user's keyboard mapping is given back on every way out of the agent.
+//
+// Typing characters that the layout lacks borrows spare keycodes. These tests
+// run the agent on mousepad with a long text of such characters and end it in
+// each way it can end: normally, with a failed action (exit status 2), by
+// SIGINT, SIGTERM and SIGHUP in the middle of typing - after which the mapping
+// must be what it was - and by SIGKILL, after which the mapping stays changed
+// until the next agent opens the display and repairs it.
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <X11/Xatom.h>
+#include <X11/Xlib.h>
+#include <X11/keysym.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "tests/e2e/AgentRequests.h"
+#include "tests/e2e/DesktopSupport.h"
+#include "tests/e2e/DisplayApplications.h"
+
+namespace velmora::e2e {
+namespace {
+
+const std::string kEditor = "org.xfce.mousepad";
+
+// Greek letters: none of them is on the virtual desktop's keyboard layout, so
+// every one is typed through a borrowed keycode. Long enough to take seconds.
+std::string lackingText() {
+    std::string text;
+    for (int i = 0; i < 40; ++i) {
+        text += "αβγδεζηθικλμνξπρστφχψω";
+    }
+    return text;
+}
+
+// The test's own view of the X server: the whole keyboard mapping and the
+// record of borrowed keycodes on the root window.
+class Keyboard {
+  public:
+    Keyboard() : display_(XOpenDisplay(nullptr)) {}
+    ~Keyboard() {
+        if (display_ != nullptr) {
+            XCloseDisplay(display_);
+        }
+    }
+    bool open() const { return display_ != nullptr; }
+
+    std::vector<KeySym> mapping() {
+        int min = 0;
+        int max = 0;
+        int per = 0;
+        XDisplayKeycodes(display_, &min, &max);
+        KeySym* syms =
+            XGetKeyboardMapping(display_, static_cast<KeyCode>(min), max - min + 1, &per);
+        std::vector<KeySym> all(syms, syms + (max - min + 1) * per);
+        XFree(syms);
+        all.push_back(static_cast<KeySym>(per));
+        return all;
+    }
+
+    bool journalPresent() {
+        Atom type = None;
+        int format = 0;
+        unsigned long count = 0;
+        unsigned long remaining = 0;
+        unsigned char* data = nullptr;
+        Atom journal = XInternAtom(display_, "_VELMORA_BORROWED_KEYCODES", False);
+        XGetWindowProperty(display_, DefaultRootWindow(display_), journal, 0, 1024, False,
+                           AnyPropertyType, &type, &format, &count, &remaining, &data);
+        if (data != nullptr) {
+            XFree(data);
+        }
+        return type != None;
+    }
+
+    // MappingNotify events that came since the last call: every client gets one
+    // when the keyboard mapping changes.
+    int mappingChanges() {
+        int changes = 0;
+        XSync(display_, False);
+        while (XPending(display_) > 0) {
+            XEvent event;
+            XNextEvent(display_, &event);
+            changes += event.type == MappingNotify ? 1 : 0;
+        }
+        return changes;
+    }
+
+    // Writes a record as an agent with this process id would, for keycode
+    // `keycode` that held `original`, and binds the keycode to `bound`.
+    void borrowAs(pid_t owner, KeyCode keycode, KeySym original, KeySym bound) {
+        int per = 0;
+        KeySym* syms = XGetKeyboardMapping(display_, keycode, 1, &per);
+        std::vector<long> record = {owner, keycode, per};
+        for (int level = 0; level < per; ++level) {
+            record.push_back(static_cast<long>(level == 0 ? original : syms[level]));
+        }
+        XFree(syms);
+        XChangeProperty(display_, DefaultRootWindow(display_),
+                        XInternAtom(display_, "_VELMORA_BORROWED_KEYCODES", False), XA_CARDINAL, 32,
+                        PropModeAppend, reinterpret_cast<const unsigned char*>(record.data()),
+                        static_cast<int>(record.size()));
+        KeySym one[1] = {bound};
+        XChangeKeyboardMapping(display_, keycode, 1, one, 1);
+        XSync(display_, False);
+    }
+    void clearJournal() {
+        XDeleteProperty(display_, DefaultRootWindow(display_),
+                        XInternAtom(display_, "_VELMORA_BORROWED_KEYCODES", False));
+        XSync(display_, False);
+    }
+    // The highest keycode without any keysym, as the agent would borrow it.
+    KeyCode spareKeycode() {
+        int min = 0;
+        int max = 0;
+        XDisplayKeycodes(display_, &min, &max);
+        for (int code = max; code > min; --code) {
+            int per = 0;
+            KeySym* syms = XGetKeyboardMapping(display_, static_cast<KeyCode>(code), 1, &per);
+            bool empty = true;
+            for (int level = 0; level < per; ++level) {
+                empty = empty && syms[level] == NoSymbol;
+            }
+            XFree(syms);
+            if (empty) {
+                return static_cast<KeyCode>(code);
+            }
+        }
+        return 0;
+    }
+
+  private:
+    ::Display* display_;
+};
+
+// The agent running a request, its output thrown away.
+pid_t startAgent(const std::string& request) {
+    int input[2];
+    if (pipe(input) != 0) {
+        return -1;
+    }
+    pid_t agent = fork();
+    if (agent == 0) {
+        dup2(input[0], 0);
+        close(input[0]);
+        close(input[1]);
+        int null = open("/dev/null", O_WRONLY);
+        dup2(null, 1);
+        dup2(null, 2);
+        execl(VELMORA_AGENT_PATH, VELMORA_AGENT_PATH, "run", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    close(input[0]);
+    (void)!write(input[1], request.data(), request.size());
+    close(input[1]);
+    return agent;
+}
+
+class SessionRestore : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        if (!onDesktop()) {
+            GTEST_FAIL() << kNeedsDesktop;
+        }
+        ASSERT_TRUE(keyboard_.open());
+        started_ = std::make_unique<StartedApplications>();
+        AgentRun run = runRequest(kEditor, Json::array({{{"kind", "launch"}}}));
+        ASSERT_EQ(run.exitStatus, 0) << summary(run);
+        ASSERT_TRUE(settledFrame(kEditor, {{"role", "AXTextArea"}}, 30));
+        before_ = keyboard_.mapping();
+        ASSERT_FALSE(keyboard_.journalPresent());
+        keyboard_.mappingChanges();
+    }
+
+    void TearDown() override {
+        if (started_) {
+            for (pid_t id : started_->endAll()) {
+                EXPECT_TRUE(processEnded(id)) << "application " << id << " is still running";
+            }
+        }
+    }
+
+    // Starts the agent typing and waits until it has borrowed a keycode.
+    pid_t startTyping() {
+        pid_t agent = startAgent(
+            makeRequest(kEditor, Json::array({{{"kind", "typeText"}, {"text", lackingText()}}}))
+                .dump());
+        EXPECT_GT(agent, 0);
+        EXPECT_TRUE(waitUntil([&] { return keyboard_.mapping() != before_; }, 30))
+            << "the agent never borrowed a keycode";
+        return agent;
+    }
+
+    int waitFor(pid_t agent) {
+        int status = 0;
+        waitpid(agent, &status, 0);
+        return status;
+    }
+
+    Keyboard keyboard_;
+    std::vector<KeySym> before_;
+    std::unique_ptr<StartedApplications> started_;
+};
+
+TEST_F(SessionRestore, NormalExitGivesTheKeycodesBack) {
+    AgentRun run = runRequest(kEditor, Json::array({{{"kind", "typeText"}, {"text", "λ→★"}}}));
+    EXPECT_EQ(run.exitStatus, 0) << summary(run);
+    EXPECT_GT(keyboard_.mappingChanges(), 0) << "nothing was borrowed";
+    EXPECT_EQ(keyboard_.mapping(), before_);
+    EXPECT_FALSE(keyboard_.journalPresent());
+}
+
+TEST_F(SessionRestore, ErrorExitGivesTheKeycodesBack) {
+    AgentRun run = runRequest(kEditor, Json::array({{{"kind", "typeText"}, {"text", "λ→★"}},
+                                                    {{"kind", "keyPress"}, {"keys", {"f5"}}}}));
+    EXPECT_EQ(run.exitStatus, 2) << summary(run);
+    EXPECT_GT(keyboard_.mappingChanges(), 0) << "nothing was borrowed";
+    EXPECT_EQ(keyboard_.mapping(), before_);
+    EXPECT_FALSE(keyboard_.journalPresent());
+}
+
+class SessionRestoreOnSignal : public SessionRestore, public ::testing::WithParamInterface<int> {};
+
+TEST_P(SessionRestoreOnSignal, TheKeycodesComeBackAndTheAgentEndsByTheSignal) {
+    const int signal = GetParam();
+    pid_t agent = startTyping();
+    ASSERT_GT(agent, 0);
+    ASSERT_TRUE(keyboard_.journalPresent());
+    kill(agent, signal);
+    const int status = waitFor(agent);
+    ASSERT_TRUE(WIFSIGNALED(status)) << "status " << status;
+    EXPECT_EQ(WTERMSIG(status), signal);
+    EXPECT_EQ(keyboard_.mapping(), before_);
+    EXPECT_FALSE(keyboard_.journalPresent());
+}
+
+INSTANTIATE_TEST_SUITE_P(EndingSignals, SessionRestoreOnSignal,
+                         ::testing::Values(SIGINT, SIGTERM, SIGHUP),
+                         [](const auto& info) { return std::string(sigabbrev_np(info.param)); });
+
+TEST_F(SessionRestore, AKilledAgentsKeycodesAreRepairedByTheNextRun) {
+    pid_t agent = startTyping();
+    ASSERT_GT(agent, 0);
+    kill(agent, SIGKILL);
+    const int status = waitFor(agent);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    // Nothing could give them back: the mapping is still changed, and recorded.
+    ASSERT_NE(keyboard_.mapping(), before_);
+    ASSERT_TRUE(keyboard_.journalPresent());
+
+    // The next agent, whatever it is asked, repairs it when it opens the display.
+    AgentRun next = runRequest(kEditor, Json::array({{{"kind", "frontmost"}}}));
+    EXPECT_EQ(next.exitStatus, 0) << summary(next);
+    EXPECT_EQ(keyboard_.mapping(), before_);
+    EXPECT_FALSE(keyboard_.journalPresent());
+}
+
+TEST_F(SessionRestore, AKeycodeThatALiveAgentBorrowedIsLeftAlone) {
+    // This test's own process stands for another agent, still at work.
+    const KeyCode keycode = keyboard_.spareKeycode();
+    ASSERT_NE(keycode, 0);
+    keyboard_.borrowAs(getpid(), keycode, NoSymbol, XK_Greek_lambda);
+    const auto borrowed = keyboard_.mapping();
+    ASSERT_NE(borrowed, before_);
+
+    AgentRun next = runRequest(kEditor, Json::array({{{"kind", "frontmost"}}}));
+    EXPECT_EQ(next.exitStatus, 0) << summary(next);
+    EXPECT_EQ(keyboard_.mapping(), borrowed);
+    EXPECT_TRUE(keyboard_.journalPresent());
+
+    // Had its owner been gone, the same record would have been repaired.
+    keyboard_.clearJournal();
+    pid_t gone = fork();
+    if (gone == 0) {
+        _exit(0);
+    }
+    waitpid(gone, nullptr, 0);
+    keyboard_.borrowAs(gone, keycode, NoSymbol, XK_Greek_lambda);
+    next = runRequest(kEditor, Json::array({{{"kind", "frontmost"}}}));
+    EXPECT_EQ(keyboard_.mapping(), before_);
+    EXPECT_FALSE(keyboard_.journalPresent());
+}
+
+}  // namespace
+}  // namespace velmora::e2e

@@ -63,6 +63,17 @@ TEST(AtspiRecordTest, RolesUseTheMacNamesWithTheirTraits) {
     EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_TREE_ITEM, 0))), "AXTreeItem");
 }
 
+TEST(AtspiRecordTest, ARoleNumberNoAtspiVersionDefinesIsUnknown) {
+    // An application may answer any number; found by the AT-SPI reply fuzzer,
+    // where 15616 was once made an AtspiRole it cannot hold.
+    EXPECT_EQ(text(roleAnswer(recordOf(15616, 0))), "AXUnknown");
+    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_LAST_DEFINED, 0))), "AXUnknown");
+    EXPECT_EQ(text(roleAnswer(recordOf(UINT32_MAX, 0))), "AXUnknown");
+    // The last role that is defined still has its name.
+    EXPECT_EQ(text(roleAnswer(recordOf(ATSPI_ROLE_LAST_DEFINED - 1, 0))).substr(0, 2), "AX");
+    EXPECT_NE(text(roleAnswer(recordOf(ATSPI_ROLE_LAST_DEFINED - 1, 0))), "AXUnknown");
+}
+
 TEST(AtspiRecordTest, ARoleThatFailedCannotComplete) {
     AtspiRecord record;
     record.role.fail();

@@ -240,6 +240,59 @@ TEST(DBusMessageReaderTest, BodiesAreCheckedAsTheyAreRead) {
     EXPECT_FALSE(empty.atEnd());
 }
 
+TEST(DBusMessageReaderTest, AnElementThatRunsPastItsArraysEndIsRefused) {
+    // Found by the AT-SPI reply fuzzer: an array of strings whose length ends in
+    // the middle of its last string. libdbus refuses such a body; read element by
+    // element, the last string used to be taken whole and the array accepted.
+    std::string body;
+    auto put32 = [&](uint32_t value) {
+        for (int i = 0; i < 4; ++i) {
+            body += static_cast<char>((value >> (8 * i)) & 0xff);
+        }
+    };
+    put32(7);  // the array: one "abc" string (4 + 3 + 1 bytes), cut 1 byte short
+    put32(3);
+    body += std::string("abc\0", 4);
+    DBusBodyReader reader(body, false);
+    size_t end = 0;
+    ASSERT_TRUE(reader.beginArray(4, end));
+    ASSERT_TRUE(reader.more(end));
+    std::string_view text;
+    EXPECT_TRUE(reader.string(text));  // in bounds of the body, past the array
+    EXPECT_FALSE(reader.more(end));
+    EXPECT_FALSE(reader.ok());
+    EXPECT_FALSE(reader.atEnd());
+
+    // Ending exactly at the array's end is fine.
+    std::string exact = body;
+    exact[0] = 8;
+    DBusBodyReader whole(exact, false);
+    ASSERT_TRUE(whole.beginArray(4, end));
+    while (whole.more(end)) {
+        ASSERT_TRUE(whole.string(text));
+    }
+    EXPECT_TRUE(whole.atEnd());
+}
+
+TEST(DBusMessageReaderTest, ABodyWithAnEmptySignatureIsRefused) {
+    // Found by the AT-SPI reply fuzzer: a method return whose signature field
+    // holds the empty signature, followed by a 55-byte body - a body of no type,
+    // which was read as a message all the same.
+    const std::string found(
+        "\x6c\x02\x01\x01\x37\x00\x00\x00\x72\x01\x00\x00\x35\x00\x00\x00"
+        "\x06\x01\x73\x00\x04\x00\x00\x00\x3a\x31\x2e\x32\x00\x00\x00\x00"
+        "\x05\x01\x75\x00\x8a\x01\x00\x00\x05\x01\x75\x00\x8a\x01\x00\x00"
+        "\x08\x01\x67\x00\x00\x00\x00\x00\x07\x01\x73\x00\x04\x00\x00\x00"
+        "\x3a\x32\x2e\x33\x00\x00\x00\x00\x2f\x00\x00\x00\x00\x00\x00\x00"
+        "\x04\x00\x00\x00\x3a\x31\x2e\x33\x00\x00\x00\x00\x1e\x00\x00\x00"
+        "\x2f\x6f\x72\x67\x2f\x61\x31\x31\x79\x2f\x61\x74\x73\x70\x69\x2f"
+        "\x61\x35\x00\x00\x00\x73\x69\x62\x6c\x65\x2f\x00\x00\x00\x00\x00"
+        "\x31\x31\x38\x00",
+        132);
+    ASSERT_EQ(dbusMessageLength(found), static_cast<int64_t>(found.size()));
+    EXPECT_FALSE(readDBusMessage(found));
+}
+
 TEST(DBusMessageReaderTest, Validators) {
     EXPECT_TRUE(isValidUtf8("plain"));
     EXPECT_TRUE(isValidUtf8("€ 世界 😀"));

@@ -127,8 +127,7 @@ AttributeRead roleAnswer(const AtspiRecord& record) {
         traits.editable =
             hasState(statesOf(record), ATSPI_STATE_EDITABLE) || hasEditableChild(record);
     }
-    return AttributeRead::success(
-        AttributeValue::ofText(macRoleName(static_cast<AtspiRole>(role), traits)));
+    return AttributeRead::success(AttributeValue::ofText(macRoleName(role, traits)));
 }
 
 AttributeRead titleAnswer(const AtspiRecord& record) {

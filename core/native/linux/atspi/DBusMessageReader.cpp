@@ -295,7 +295,6 @@ std::optional<DBusMessageView> readDBusMessage(std::string_view bytes) {
     if (!header.beginArray(8, end)) {
         return std::nullopt;
     }
-    bool hasSignature = false;
     while (header.more(end)) {
         uint8_t code = 0;
         std::string_view type;
@@ -321,7 +320,6 @@ std::optional<DBusMessageView> readDBusMessage(std::string_view bytes) {
             message.replySerial = number;
         } else if (code == kSignature && type == "g") {
             message.signature = text;
-            hasSignature = true;
         }
     }
     if (!header.atEnd()) {
@@ -337,7 +335,9 @@ std::optional<DBusMessageView> readDBusMessage(std::string_view bytes) {
             return std::nullopt;  // padding before the body is zero
         }
     }
-    if (bodyLength > 0 && !hasSignature) {
+    // Without a signature, or with an empty one, there is nothing to read a
+    // body as: a message that has one anyway is malformed.
+    if (bodyLength > 0 && message.signature.empty()) {
         return std::nullopt;
     }
     message.body = bytes.substr(bodyStart);

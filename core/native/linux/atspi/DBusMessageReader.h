@@ -52,7 +52,15 @@ class DBusBodyReader {
     // An array: its length and the padding before its first element, whose
     // alignment is `elementAlignment`; `end` is the offset just past its last.
     bool beginArray(size_t elementAlignment, size_t& end);
-    bool more(size_t end) const { return ok_ && offset_ < end; }
+    // Whether another element of the array ending at `end` follows. An element
+    // that ran past the array's end fails the reader: its bytes belong to what
+    // comes after the array.
+    bool more(size_t end) {
+        if (ok_ && offset_ > end) {
+            fail();
+        }
+        return ok_ && offset_ < end;
+    }
     bool beginStruct() { return align(8); }
     // A variant: its one-type signature, then the reader is at its value.
     bool beginVariant(std::string_view& type);

@@ -21,7 +21,7 @@ std::string upperCamelRoleName(const std::string& atspiRoleName) {
     return name;
 }
 
-std::string macRoleName(AtspiRole role, RoleTraits traits) {
+std::string macRoleName(uint32_t role, RoleTraits traits) {
     switch (role) {
         case ATSPI_ROLE_PUSH_BUTTON:
             return "AXButton";
@@ -103,7 +103,9 @@ std::string macRoleName(AtspiRole role, RoleTraits traits) {
         default:
             break;
     }
-    gchar* atspiName = atspi_role_get_name(role);
+    gchar* atspiName = role < ATSPI_ROLE_LAST_DEFINED
+                           ? atspi_role_get_name(static_cast<AtspiRole>(role))
+                           : nullptr;
     std::string name = upperCamelRoleName(atspiName != nullptr ? atspiName : "unknown");
     g_free(atspiName);
     return name;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include <atspi/atspi-constants.h>
@@ -52,7 +53,11 @@ struct RoleTraits {
 //                                        (tree item -> AXTreeItem, document text
 //                                        -> AXDocumentText), as macOS has no
 //                                        such role
-std::string macRoleName(AtspiRole role, RoleTraits traits = {});
+//
+// The role is a number as it came from the application, which may be one that
+// no AT-SPI version defines (it reads as "AXUnknown"); it is never made an
+// AtspiRole before it is known to be one.
+std::string macRoleName(uint32_t role, RoleTraits traits = {});
 
 // "AX" followed by an AT-SPI role name in upper camel case: "document frame" ->
 // "AXDocumentFrame". Blanks, hyphens and underscores separate words.

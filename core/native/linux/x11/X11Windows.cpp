@@ -215,6 +215,16 @@ std::optional<WindowFacts> windowToActivate(::Display* display, int32_t processI
     return target;
 }
 
+// The time of the user's last interaction with the window, as its client keeps
+// it in _NET_WM_USER_TIME (on the window _NET_WM_USER_TIME_WINDOW names, when
+// it names one); CurrentTime when it keeps none.
+Time userTime(::Display* display, Window window) {
+    auto indirect = longProperty(display, window, "_NET_WM_USER_TIME_WINDOW", XA_WINDOW);
+    Window holder = indirect.empty() || indirect.front() == 0 ? window : indirect.front();
+    auto time = longProperty(display, holder, "_NET_WM_USER_TIME", XA_CARDINAL);
+    return time.empty() ? CurrentTime : static_cast<Time>(time.front());
+}
+
 void requestActiveWindow(::Display* display, Window window, long source, Time timestamp) {
     Window root = DefaultRootWindow(display);
     auto active = longProperty(display, root, "_NET_ACTIVE_WINDOW", XA_WINDOW);
@@ -265,7 +275,11 @@ bool activateProcessWindow(::Display* display, int32_t processId) {
         return false;
     }
     if (hasWindowManager(display)) {
-        requestActiveWindow(display, target->window, kSourceApplication, CurrentTime);
+        // As the application asks for its own window: with the time of the user's
+        // last interaction with it, so that a manager preventing focus stealing
+        // refuses when the user has worked in another window since.
+        requestActiveWindow(display, target->window, kSourceApplication,
+                            userTime(display, target->window));
     } else {
         raiseAndFocus(display, *target, CurrentTime);
     }

@@ -45,9 +45,10 @@ std::optional<int32_t> frontmostProcessId(::Display* display);
 
 // Asks for the process's top-level window to be brought forward, as an
 // application asks for one of its own windows: a _NET_ACTIVE_WINDOW request
-// with the application source and no timestamp, which a window manager that
-// prevents focus stealing may refuse (marking the window as wanting attention
-// instead). Without a window manager there is nobody to ask: the window is
+// with the application source and the window's own user time (_NET_WM_USER_TIME,
+// the user's last interaction with it), which a window manager that prevents
+// focus stealing refuses when the user has worked in another window since
+// (marking the window as wanting attention instead). Without a window manager there is nobody to ask: the window is
 // raised and given the input focus directly. Returns whether the process has a
 // window.
 bool activateProcessWindow(::Display* display, int32_t processId);

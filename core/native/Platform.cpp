@@ -73,9 +73,7 @@ std::vector<AttributeRead> Platform::copyAttributes(const AXElement& element,
     return reads;
 }
 
-AttributeRead Platform::copyAttributeValues(const AXElement& element, const std::string& name,
-                                            int64_t index, int64_t maxValues) {
-    AttributeRead read = copyAttribute(element, name);
+AttributeRead sliceOfElementList(AttributeRead read, int64_t index, int64_t maxValues) {
     if (read.code == kAXErrorSuccess && read.value &&
         read.value->type == AttributeValue::Type::elementList) {
         auto& items = read.value->elements;
@@ -85,6 +83,11 @@ AttributeRead Platform::copyAttributeValues(const AXElement& element, const std:
         items = std::vector<AXElement>(items.begin() + from, items.begin() + to);
     }
     return read;
+}
+
+AttributeRead Platform::copyAttributeValues(const AXElement& element, const std::string& name,
+                                            int64_t index, int64_t maxValues) {
+    return sliceOfElementList(copyAttribute(element, name), index, maxValues);
 }
 
 }  // namespace velmora::native

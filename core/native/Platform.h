@@ -104,6 +104,11 @@ struct AttributeRead {
     static AttributeRead failure(int32_t code) { return {code, std::nullopt}; }
 };
 
+// A successful element-list read cut to at most `maxValues` items from `index`
+// on (both clamped to the list), as a slice of a list attribute answers; any
+// other read is returned as it is.
+AttributeRead sliceOfElementList(AttributeRead read, int64_t index, int64_t maxValues);
+
 // ---------------------------------------------------------------------------
 // Workspace
 

@@ -474,15 +474,7 @@ AttributeRead AtspiAccessibility::copyAttributeValues(const AXElement& element,
         }
     }
     if (name != "AXChildren") {
-        read = copyAttribute(element, name);
-        if (read.code == kAXErrorSuccess && read.value &&
-            read.value->type == AttributeValue::Type::elementList) {
-            auto& items = read.value->elements;
-            const auto size = static_cast<int64_t>(items.size());
-            const int64_t from = std::clamp<int64_t>(index, 0, size);
-            const int64_t to = from + std::clamp<int64_t>(maxValues, 0, size - from);
-            items = std::vector<AXElement>(items.begin() + from, items.begin() + to);
-        }
+        read = sliceOfElementList(copyAttribute(element, name), index, maxValues);
     }
     return read;
 }

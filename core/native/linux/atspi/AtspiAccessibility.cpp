@@ -159,7 +159,7 @@ bool hasEditableChild(AtspiAccessible* object) {
         if (!child) {
             continue;
         }
-        AtspiRole role = atspi_accessible_get_role(child.object, error.out());
+        uint32_t role = atspi_accessible_get_role(child.object, error.out());
         if (!error.failed() && (role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY)) {
             return true;
         }
@@ -169,12 +169,12 @@ bool hasEditableChild(AtspiAccessible* object) {
 
 AttributeRead readRole(AtspiAccessible* object) {
     ErrorHolder error;
-    AtspiRole role = atspi_accessible_get_role(object, error.out());
+    uint32_t role = atspi_accessible_get_role(object, error.out());
     if (error.failed()) {
         return AttributeRead::failure(kAXErrorCannotComplete);
     }
     RoleTraits traits;
-    if (role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_PASSWORD_TEXT) {
+    if (isTextRole(role)) {
         traits.multiLine = StateSet(object).has(ATSPI_STATE_MULTI_LINE);
     } else if (role == ATSPI_ROLE_COMBO_BOX) {
         traits.editable = StateSet(object).has(ATSPI_STATE_EDITABLE) || hasEditableChild(object);
@@ -187,20 +187,11 @@ bool isCheckable(AtspiAccessible* object, const StateSet& states) {
         return true;
     }
     ErrorHolder error;
-    AtspiRole role = atspi_accessible_get_role(object, error.out());
+    uint32_t role = atspi_accessible_get_role(object, error.out());
     if (error.failed()) {
         return false;
     }
-    switch (role) {
-        case ATSPI_ROLE_CHECK_BOX:
-        case ATSPI_ROLE_RADIO_BUTTON:
-        case ATSPI_ROLE_TOGGLE_BUTTON:
-        case ATSPI_ROLE_CHECK_MENU_ITEM:
-        case ATSPI_ROLE_RADIO_MENU_ITEM:
-            return true;
-        default:
-            return false;
-    }
+    return isCheckableRole(role);
 }
 
 AttributeRead readValue(AtspiAccessible* object) {
@@ -288,7 +279,7 @@ AttributeRead readChildren(AtspiAccessible* object, int64_t index = 0,
 
 AttributeRead readWindows(AtspiAccessible* object) {
     ErrorHolder error;
-    AtspiRole role = atspi_accessible_get_role(object, error.out());
+    uint32_t role = atspi_accessible_get_role(object, error.out());
     if (error.failed()) {
         return AttributeRead::failure(kAXErrorCannotComplete);
     }

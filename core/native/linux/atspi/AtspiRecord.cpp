@@ -15,10 +15,6 @@ AtspiStateBits statesOf(const AtspiRecord& record) {
     return record.states.ok() ? record.states.value : AtspiStateBits{};
 }
 
-bool isTextRole(uint32_t role) {
-    return role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_PASSWORD_TEXT;
-}
-
 bool isCheckable(const AtspiRecord& record) {
     if (hasState(statesOf(record), ATSPI_STATE_CHECKABLE)) {
         return true;
@@ -26,16 +22,7 @@ bool isCheckable(const AtspiRecord& record) {
     if (!record.role.ok()) {
         return false;
     }
-    switch (record.role.value) {
-        case ATSPI_ROLE_CHECK_BOX:
-        case ATSPI_ROLE_RADIO_BUTTON:
-        case ATSPI_ROLE_TOGGLE_BUTTON:
-        case ATSPI_ROLE_CHECK_MENU_ITEM:
-        case ATSPI_ROLE_RADIO_MENU_ITEM:
-            return true;
-        default:
-            return false;
-    }
+    return isCheckableRole(record.role.value);
 }
 
 // The children are looked at in order; the first that fails ends the search.

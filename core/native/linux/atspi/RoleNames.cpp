@@ -111,4 +111,21 @@ std::string macRoleName(uint32_t role, RoleTraits traits) {
     return name;
 }
 
+bool isTextRole(uint32_t role) {
+    return role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY || role == ATSPI_ROLE_PASSWORD_TEXT;
+}
+
+bool isCheckableRole(uint32_t role) {
+    switch (role) {
+        case ATSPI_ROLE_CHECK_BOX:
+        case ATSPI_ROLE_RADIO_BUTTON:
+        case ATSPI_ROLE_TOGGLE_BUTTON:
+        case ATSPI_ROLE_CHECK_MENU_ITEM:
+        case ATSPI_ROLE_RADIO_MENU_ITEM:
+            return true;
+        default:
+            return false;
+    }
+}
+
 }  // namespace velmora::native::freedesktop

@@ -59,6 +59,11 @@ struct RoleTraits {
 // AtspiRole before it is known to be one.
 std::string macRoleName(uint32_t role, RoleTraits traits = {});
 
+// Roles whose value is their text: single-line, multi-line and password text.
+bool isTextRole(uint32_t role);
+// Roles that are checkable by nature, whatever states they report.
+bool isCheckableRole(uint32_t role);
+
 // "AX" followed by an AT-SPI role name in upper camel case: "document frame" ->
 // "AXDocumentFrame". Blanks, hyphens and underscores separate words.
 std::string upperCamelRoleName(const std::string& atspiRoleName);

@@ -248,6 +248,9 @@ TEST(ApplicationIdentity, DisplayNamesCompareWithoutScreenNumbers) {
 
 // ---------------------------------------------------------------------------
 // Toolkit switches
+//
+// What the agent itself gives the applications it launches; the tests only
+// check the agent's answer, nothing here is applied to an application.
 
 TEST(ToolkitSwitches, ChromiumFamilyLaunchersBuildTheirPageTreesOthersGetNothing) {
     const std::vector<std::string> chromium = {"--force-renderer-accessibility"};

@@ -236,6 +236,7 @@ std::string firefoxProfile(const fs::path& dir) {
 }
 
 // The session's accessibility switch, through dbus-send; none when unreadable.
+// Only read, to check that the agent itself switched it on.
 std::optional<bool> accessibilitySwitch() {
     std::string command =
         "dbus-send --session --print-reply=literal --reply-timeout=2000 --dest=org.a11y.Bus "
@@ -278,7 +279,8 @@ TEST_F(RealApplications, FirefoxTypesIntoALocalPageAndClicksItsButton) {
 
 TEST_F(RealApplications, AFirefoxStartedBeforeAccessibilityWasOnIsSwitchedOnAndDriven) {
     // A session where accessibility is off, as at login: earlier tests on this
-    // desktop switched it on, and the agent never switches it off.
+    // desktop switched it on, and the agent never switches it off. Switched off
+    // here so that the test shows the agent copes without it, by turning it on.
     ASSERT_EQ(std::system("dbus-send --session --print-reply=literal --dest=org.a11y.Bus "
                           "/org/a11y/bus org.freedesktop.DBus.Properties.Set "
                           "string:org.a11y.Status string:IsEnabled variant:boolean:false "

@@ -35,6 +35,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -62,6 +63,7 @@ namespace {
 
 using native::AXCGDriver;
 using native::freedesktop::AtspiReads;
+using native::freedesktop::kAtspiCallCount;
 using native::freedesktop::DBusAtspiTransport;
 using native::freedesktop::LinuxPlatform;
 
@@ -202,6 +204,7 @@ struct Sample {
     uint64_t reads = 0;
     uint64_t blockingWaits = 0;
     double blockedSeconds = 0;
+    std::array<uint64_t, kAtspiCallCount> byCall{};
     std::vector<ElementInfo> result;
 
     double perElement(double seconds) const {
@@ -259,6 +262,9 @@ void measureOnce(Sample& sample, const Query& query, int32_t application, Helper
     sample.reads += transport.reads - transport0.reads;
     sample.blockingWaits += transport.blockingWaits - transport0.blockingWaits;
     sample.blockedSeconds += transport.waitingSeconds - transport0.waitingSeconds;
+    for (size_t call = 0; call < sample.byCall.size(); ++call) {
+        sample.byCall[call] += transport.byCall[call] - transport0.byCall[call];
+    }
     ++sample.repetitions;
     sample.elements = std::min(sample.elements, result.size());
 }
@@ -704,6 +710,28 @@ void printRows(const std::vector<Row>& rows) {
                         static_cast<double>(sample->reads) / count,
                         static_cast<double>(sample->blockingWaits) / count,
                         sample->perElement(sample->blockedSeconds));
+        }
+    }
+
+    static const std::array<const char*, kAtspiCallCount> kCallNames = {
+        "role",   "name",    "id",    "ifaces", "states", "children", "count",
+        "child@", "extents", "value", "chars",  "text",   "cache"};
+    std::printf("\nThe same requests per element by kind.\n\n%-36s %-9s", "target", "reader");
+    for (const char* name : kCallNames) {
+        std::printf(" %7s", name);
+    }
+    std::printf("\n");
+    for (const auto& row : rows) {
+        for (const auto* sample : {&row.agent, &row.structure}) {
+            const double count = static_cast<double>(sample->elements) * sample->repetitions;
+            if (count == 0) {
+                continue;
+            }
+            std::printf("%-36s %-9s", row.target.c_str(), readerName(row, sample));
+            for (uint64_t requests : sample->byCall) {
+                std::printf(" %7.3f", static_cast<double>(requests) / count);
+            }
+            std::printf("\n");
         }
     }
 }

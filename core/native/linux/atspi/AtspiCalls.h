@@ -88,6 +88,7 @@ enum class AtspiCall {
     text,            // Text.GetText(first, second)                 -> text
     cacheItems,      // Cache.GetItems on the cache object          -> items
 };
+inline constexpr int kAtspiCallCount = static_cast<int>(AtspiCall::cacheItems) + 1;
 
 struct AtspiRequest {
     AtspiCall call = AtspiCall::role;

@@ -349,6 +349,7 @@ void DBusAtspiTransport::send(const AtspiRequest& request, AtspiReplyHandler han
     call.serial = link->nextSerial++;
     queue(*link, call, request.call, timeoutFor(request.target.busName), std::move(handler));
     ++totals().requests;
+    ++totals().byCall[static_cast<size_t>(request.call)];
     if (link->direct) {
         ++totals().directRequests;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -66,6 +67,7 @@ class DBusAtspiTransport final : public AtspiTransport {
         uint64_t blockingWaits = 0;   // times the reader blocked for answers
         uint64_t unanswered = 0;      // timed out, or the connection was lost
         double waitingSeconds = 0;    // blocked waiting for answers
+        std::array<uint64_t, kAtspiCallCount> byCall{};  // requests of each kind
     };
     static const Statistics& processStatistics();
 

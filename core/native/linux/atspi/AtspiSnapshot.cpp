@@ -72,14 +72,10 @@ struct Node {
 };
 
 struct Stream {
-    enum class Cache { notAsked, asked, ready, unavailable };
-
     bool active = false;  // one of its elements has been read
     int visited = 0;      // elements read
     int ahead = 0;        // elements asked for ahead and not read yet
     std::map<std::vector<int32_t>, std::shared_ptr<Node>> frontier;  // known, not asked for
-    Cache cache = Cache::notAsked;
-    std::shared_ptr<const AtspiCacheIndex> index;
     std::deque<std::weak_ptr<Node>> inFlight;  // asked for ahead, in the order asked
 };
 
@@ -116,8 +112,8 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     void visit(Node& node);
     std::shared_ptr<Node> batchHorizon(Stream* stream);
     void topUp(Stream& stream);
-    void askCache(Stream& stream);
-    void waitForCache(Stream* stream);
+    void askCache();
+    void waitForCache();
     void request(const std::shared_ptr<Node>& node);
     void refetch(const std::shared_ptr<Node>& node);
     void advance(const std::shared_ptr<Node>& node);
@@ -138,7 +134,11 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     AtspiAddress application_;
     AtspiSnapshotTuning tuning_;
     std::vector<std::unique_ptr<Stream>> streams_;
-    bool cacheOffered_ = true;  // until the application says otherwise
+    // The application's cache, asked for once, when a walk begins: every
+    // stream of the snapshot reads from the same answer.
+    enum class Cache { notAsked, asked, ready, unavailable };
+    Cache cache_ = Cache::notAsked;
+    std::shared_ptr<const AtspiCacheIndex> index_;
     uint64_t visits_ = 0;
     bool toppingUp_ = false;
     // What the walk reads of every element, learnt from its first read: several
@@ -231,7 +231,7 @@ void Snapshot::prepare(const std::shared_ptr<Node>& node, Attributes attributes)
         }
     }
     if (!node->requested) {
-        waitForCache(node->stream);
+        waitForCache();
         request(node);
     } else if (ready(*node) && servedBefore) {
         refetch(node);
@@ -272,6 +272,11 @@ std::vector<AttributeRead> Snapshot::readMany(const std::shared_ptr<Node>& node,
     Attributes asked = 0;
     for (int attribute : attributes) {
         asked |= bit(attribute);
+    }
+    // Several attributes at once: a walk begins, which will read most of what
+    // the application's cache holds.
+    if (cache_ == Cache::notAsked) {
+        askCache();
     }
     want(asked, node);
     prepare(node, asked);
@@ -357,15 +362,9 @@ void Snapshot::visit(Node& node) {
 }
 
 void Snapshot::topUp(Stream& stream) {
-    if (!stream.active || toppingUp_ || stream.cache == Stream::Cache::asked) {
+    // While the cache is on its way nothing is asked ahead: the cache may answer it.
+    if (!stream.active || toppingUp_ || cache_ == Cache::asked) {
         return;
-    }
-    if (stream.cache == Stream::Cache::notAsked && stream.visited >= tuning_.cacheAfter) {
-        if (cacheOffered_) {
-            askCache(stream);
-            return;
-        }
-        stream.cache = Stream::Cache::unavailable;
     }
     const int window = std::min(tuning_.maxLookAhead, tuning_.minLookAhead + stream.visited);
     toppingUp_ = true;
@@ -384,33 +383,29 @@ void Snapshot::topUp(Stream& stream) {
     toppingUp_ = false;
 }
 
-void Snapshot::askCache(Stream& stream) {
-    stream.cache = Stream::Cache::asked;
+void Snapshot::askCache() {
+    cache_ = Cache::asked;
     std::weak_ptr<Snapshot> weakSelf = weak_from_this();
-    Stream* asking = &stream;
     const std::string busName = application_.busName;
     transport_->send(AtspiRequest{AtspiCall::cacheItems, application_},
-                     [weakSelf, asking, busName](const AtspiReply& reply) {
+                     [weakSelf, busName](const AtspiReply& reply) {
                          auto self = weakSelf.lock();
                          if (!self) {
                              return;
                          }
                          if (reply.ok) {
-                             asking->index =
-                                 std::make_shared<AtspiCacheIndex>(busName, reply.items);
-                             asking->cache = Stream::Cache::ready;
+                             self->index_ = std::make_shared<AtspiCacheIndex>(busName, reply.items);
+                             self->cache_ = Cache::ready;
                          } else {
-                             asking->cache = Stream::Cache::unavailable;
-                             self->cacheOffered_ = false;
+                             self->cache_ = Cache::unavailable;
                          }
-                         self->topUp(*asking);
                      });
 }
 
-void Snapshot::waitForCache(Stream* stream) {
-    while (stream != nullptr && stream->cache == Stream::Cache::asked) {
+void Snapshot::waitForCache() {
+    while (cache_ == Cache::asked) {
         if (!transport_->pump(true)) {
-            stream->cache = Stream::Cache::unavailable;
+            cache_ = Cache::unavailable;
         }
     }
 }
@@ -419,9 +414,8 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
     node->requested = true;
     AtspiRecord& record = node->record;
     const AtspiCacheIndex::Entry* cached = nullptr;
-    if (!node->refetched && node->stream != nullptr &&
-        node->stream->cache == Stream::Cache::ready) {
-        cached = node->stream->index->find(node->address);
+    if (!node->refetched && cache_ == Cache::ready) {
+        cached = index_->find(node->address);
     }
     const bool needsInterfaces = wanted(kValue) || wanted(kPosition) || wanted(kSize);
     if (cached != nullptr) {
@@ -585,6 +579,8 @@ void Snapshot::advance(const std::shared_ptr<Node>& node) {
             }
             break;
         case ValueSource::text:
+            // The count first: an end offset of -1 is not the end of the text to
+            // every toolkit (GTK 4 reads it as 0).
             if (record.characterCount.state == Fetched<int32_t>::State::unasked) {
                 askFact(node, &AtspiRecord::characterCount, &AtspiReply::integer,
                         AtspiCall::characterCount);

@@ -32,13 +32,16 @@
 // 128 elements of that stream were fetched in vain. A stream whose elements are
 // never read fetches nothing.
 //
-// The application's cache. Once a stream has had 32 elements read (so small
-// reads never pay for it), it asks the application's cache (Cache.GetItems) once,
-// where the application offers one: that answer gives the role, name,
-// interfaces, states and, where complete, the children of every object the
-// application caches, so that the remaining elements need only their identifier,
-// extents and value. The cache answer is one request, but it lists every object
-// the application caches, not only those the walk will reach.
+// The application's cache. When a walk begins (the first read of several
+// attributes at once; a read of one attribute alone never pays for it), the
+// snapshot asks the application's cache (Cache.GetItems) once, where the
+// application offers one, and waits for it before asking for anything else: that
+// answer gives the role, name, interfaces, states and, where complete, the
+// children of every object the application caches, so that those elements need
+// only their identifier, extents and value - and the structural state, which
+// reads roles and child lists, often nothing more. The cache answer is one
+// request, but it lists every object the application caches, not only those the
+// walk will reach.
 //
 // Sending and waiting. Requests are sent every few elements read, and then what
 // has come back is taken in, so that the application always has work queued
@@ -60,7 +63,6 @@ namespace velmora::native::freedesktop {
 struct AtspiSnapshotTuning {
     int minLookAhead = 8;
     int maxLookAhead = 128;
-    int cacheAfter = 32;    // elements read in a stream before it asks the cache
     int deepest = 60;       // the deepest level below the application fetched ahead
     int pumpEvery = 8;      // elements read between sending and taking in answers
     int waitForBatch = 16;  // elements asked for ahead that one wait lets come in

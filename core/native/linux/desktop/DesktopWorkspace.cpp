@@ -25,6 +25,11 @@ bool isExecutableFile(const std::string& path) {
 
 }  // namespace
 
+const std::vector<DesktopEntry>& DesktopWorkspace::installedEntries() {
+    std::call_once(entriesRead_, [this] { entries_ = installedDesktopEntries(); });
+    return entries_;
+}
+
 std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
     std::optional<int32_t> processId;
     WindowFacts front;
@@ -50,7 +55,7 @@ std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
     std::string id = applicationIdOfWindow(
         processFacts(*processId, windows),
         WindowIdentity{.classes = front.windowClasses, .gtkApplicationId = front.gtkApplicationId},
-        installedDesktopEntries());
+        installedEntries());
     return id.empty() ? std::nullopt : std::optional(id);
 }
 
@@ -63,7 +68,7 @@ std::vector<RunningApplication> DesktopWorkspace::runningApplications(
             windows = topLevelWindows(display);
         }
     }
-    const auto entries = installedDesktopEntries();
+    const auto& entries = installedEntries();
     const auto ourDisplay = x11DisplayName();
     std::vector<RunningApplication> owners;   // own windows of the application
     std::vector<RunningApplication> helpers;  // launchers, renderers, windowless instances

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "core/native/Platform.h"
+#include "core/native/linux/desktop/ApplicationIdentity.h"
 #include "core/native/linux/x11/X11Connection.h"
 
 namespace velmora::native::freedesktop {
@@ -30,7 +32,14 @@ class DesktopWorkspace {
     void activateApplication(int32_t processId);
 
   private:
+    // The installed desktop entries, read at the first use. The agent lives for
+    // one request, in which every identity check needs them, and reading them
+    // parses every desktop file on the system.
+    const std::vector<DesktopEntry>& installedEntries();
+
     X11Connection& x11_;
+    std::once_flag entriesRead_;
+    std::vector<DesktopEntry> entries_;
 };
 
 }  // namespace velmora::native::freedesktop

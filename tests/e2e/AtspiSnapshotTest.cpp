@@ -9,6 +9,7 @@
 #include <climits>
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "core/native/AXCGDriver.h"
@@ -35,6 +36,7 @@ struct FakeObject {
     std::vector<std::string> children{};  // paths; kAtspiNullPath for a child that went away
     std::set<AtspiCall> failing{};        // calls answered with an error
     bool cacheHidesChildren = false;      // its cache item has child count -1
+    std::optional<int32_t> cacheIndex{};  // the index in its parent the cache gives, if not its own
 };
 
 AtspiStateBits statesWith(std::initializer_list<uint32_t> states) {
@@ -128,7 +130,8 @@ class FakeApplication : public AtspiTransport {
                     auto at = std::find(parent.children.begin(), parent.children.end(), path);
                     if (at != parent.children.end()) {
                         item.parent = {kBus, parentPath};
-                        item.indexInParent = static_cast<int32_t>(at - parent.children.begin());
+                        item.indexInParent = object.cacheIndex.value_or(
+                            static_cast<int32_t>(at - parent.children.begin()));
                     }
                 }
                 item.childCount =
@@ -460,8 +463,10 @@ TEST_F(AtspiSnapshotTest, AWalkAsksTheCacheOnceAndReadsWhatItListsFromThere) {
     EXPECT_EQ(application->count(AtspiCall::name), 0);
     EXPECT_EQ(application->count(AtspiCall::states), 0);
     EXPECT_EQ(application->count(AtspiCall::interfaces), 0);
-    EXPECT_EQ(application->count(AtspiCall::children), 0);
     EXPECT_EQ(application->count(AtspiCall::accessibleId), 1 + 2 * 311);  // not in the cache
+    // Child lists of the elements that have children (the application, then the
+    // window and its boxes in both passes); the labels have none, as the cache says.
+    EXPECT_EQ(application->count(AtspiCall::children), 1 + 2 * 11);
 
     // The same results without a cache.
     auto fresh = std::make_shared<FakeApplication>();
@@ -474,6 +479,21 @@ TEST_F(AtspiSnapshotTest, AWalkAsksTheCacheOnceAndReadsWhatItListsFromThere) {
     // An application without a cache is asked once per snapshot.
     EXPECT_EQ(fresh->count(AtspiCall::cacheItems), 1);
     EXPECT_EQ(fresh->count(AtspiCall::role), 1 + 2 * 311);
+}
+
+TEST_F(AtspiSnapshotTest, ChildrenComeInTheOrderTheApplicationListsThemNotTheCaches) {
+    // A window whose title bar says it comes after the contents (as GTK 3's
+    // client-side title bars do) while the window lists it first.
+    application->add("/w", FakeObject{.role = ATSPI_ROLE_FRAME, .name = "Demo"}, kRoot);
+    application->add("/w/title", FakeObject{.role = ATSPI_ROLE_PANEL, .cacheIndex = 1}, "/w");
+    application->add("/w/content", FakeObject{.role = ATSPI_ROLE_SCROLL_PANE, .cacheIndex = 0},
+                     "/w");
+    const auto elements = query();
+    ASSERT_EQ(elements.size(), 1u + 2u * 3u);
+    EXPECT_EQ(elements[2].role, "AXGroup");
+    EXPECT_EQ(elements[3].role, "AXScrollArea");
+    EXPECT_EQ(elements[5].role, "AXGroup");
+    EXPECT_EQ(elements[6].role, "AXScrollArea");
 }
 
 TEST_F(AtspiSnapshotTest, ChildrenTheCacheDoesNotListAreAskedFor) {
@@ -497,9 +517,12 @@ TEST_F(AtspiSnapshotTest, TheStructuralStateFetchesOnlyRolesStatesAndChildLists)
     EXPECT_EQ(application->count(AtspiCall::extents), 0);
     EXPECT_EQ(application->count(AtspiCall::characterCount), 0);
     EXPECT_EQ(application->count(AtspiCall::text), 0);
-    // Roles, states and child lists all came from the cache: one request in all.
-    EXPECT_EQ(application->sent.size(), 1u);
+    // Roles and states came from the cache, and the labels' empty child lists:
+    // besides it, only the child lists of the application, the window and its
+    // boxes (twice) were asked for.
     EXPECT_EQ(application->count(AtspiCall::cacheItems), 1);
+    EXPECT_EQ(application->count(AtspiCall::children), 1 + 2 * 6);
+    EXPECT_EQ(application->sent.size(), 1u + 1u + 2u * 6u);
     // The same elements as a query finds.
     application->sent.clear();
     const auto elements = query();

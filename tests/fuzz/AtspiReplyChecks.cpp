@@ -141,9 +141,8 @@ void checkReply(AtspiCall call, const AtspiReply& reply, AtspiRecord& record) {
                 }
                 require(entry != nullptr && entry->item != nullptr, "a cached object not found");
                 if (entry->children) {
-                    require(
-                        static_cast<int64_t>(entry->children->size()) == entry->item->childCount,
-                        "a complete child list of another length than the child count");
+                    require(entry->children->empty() && entry->item->childCount == 0,
+                            "a child list from the cache for an object with children");
                 }
             }
             // The children's roles of a combo box come from the cache as well.

@@ -10,21 +10,22 @@
 namespace velmora::native::freedesktop {
 
 // An application's answer to Cache.GetItems, indexed: the cached facts of each
-// object, and the children of an object where the cache lists them all.
+// object of that application.
 //
-// The cache names each object's parent and its index there, so an object's
-// children are the objects naming it as parent, ordered by index - but only
-// when they account for exactly the child count it reports (indices 0 to
-// count - 1, each once). Toolkits leave some out (GTK: menus, descendants of
-// objects that manage their own, objects that are going away); then the cache
-// does not know that object's children.
+// The cache says where each object stands among its parent's children (its own
+// index there), but an object's children put in that order are not always the
+// order GetChildren gives: GTK 3 counts a window's client-side title bar after
+// the window's contents and lists it before them. So the cache gives no child
+// lists, except for an object it counts no children for and that no cached
+// object names as its parent: that one has none.
 class AtspiCacheIndex {
   public:
     AtspiCacheIndex(std::string busName, std::vector<AtspiCacheItem> items);
 
     struct Entry {
         const AtspiCacheItem* item = nullptr;
-        // Its children in order, when the cache lists them completely.
+        // Empty for an object without children; none when it has some, or the
+        // cache does not count them.
         std::optional<std::vector<AtspiAddress>> children;
     };
 

@@ -10,7 +10,7 @@
 // sends; and the total time of a request of six actions against a stopped
 // application.
 //
-//   velmora-bench-snapshot [--sizes 300,1000,3000] [--apps org.xfce.mousepad,galculator]
+//   velmora-bench-snapshot [--sizes 300,1000,3000] [--apps org.xfce.mousepad,galculator,gtk3-demo]
 //                          [--seconds S] [--readers agent,bus-only,baseline]
 //                          [--page N]
 //
@@ -63,8 +63,8 @@ namespace {
 
 using native::AXCGDriver;
 using native::freedesktop::AtspiReads;
-using native::freedesktop::kAtspiCallCount;
 using native::freedesktop::DBusAtspiTransport;
+using native::freedesktop::kAtspiCallCount;
 using native::freedesktop::LinuxPlatform;
 
 constexpr const char* kFixtureId = "velmora-fixture-tree";
@@ -776,7 +776,7 @@ int32_t startQuietly(const std::vector<std::string>& command) {
 int main(int argc, char** argv) {
     using namespace velmora::bench;
     std::vector<std::string> sizes = {"300", "1000", "3000"};
-    std::vector<std::string> apps = {"org.xfce.mousepad", "galculator"};
+    std::vector<std::string> apps = {"org.xfce.mousepad", "galculator", "gtk3-demo"};
     double seconds = 2;
     long pageObjects = 3000;
     Readers readers;
@@ -798,7 +798,7 @@ int main(int argc, char** argv) {
         } else {
             std::fprintf(stderr,
                          "usage: velmora-bench-snapshot [--sizes 300,1000,3000] "
-                         "[--apps org.xfce.mousepad,galculator] [--seconds S] "
+                         "[--apps org.xfce.mousepad,galculator,gtk3-demo] [--seconds S] "
                          "[--readers agent,bus-only,baseline] [--page N]\n");
             return 64;
         }
@@ -878,7 +878,8 @@ int main(int argc, char** argv) {
                      "user_pref(\"datareporting.policy.dataSubmissionEnabled\", false);\n"
                      "user_pref(\"toolkit.telemetry.reportingpolicy.firstRun\", false);\n"
                      "user_pref(\"browser.startup.homepage_override.mstone\", \"ignore\");\n"
-                     "user_pref(\"browser.aboutwelcome.enabled\", false);\n";
+                     "user_pref(\"browser.aboutwelcome.enabled\", false);\n"
+                     "user_pref(\"browser.shell.checkDefaultBrowser\", false);\n";
         }
         Started firefox(startQuietly(
             {"/usr/bin/firefox-esr", "--no-remote", "--profile", profile, "file://" + page}));

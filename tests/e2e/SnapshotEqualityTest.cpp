@@ -14,7 +14,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <map>
 #include <memory>
 
 #include "agent/Modes.h"
@@ -22,6 +21,7 @@
 #include "core/native/linux/LinuxPlatform.h"
 #include "core/native/linux/atspi/DBusAtspiTransport.h"
 #include "tests/e2e/DesktopSupport.h"
+#include "tests/e2e/SnapshotComparison.h"
 
 extern char** environ;
 
@@ -138,37 +138,8 @@ class SnapshotEquality : public ::testing::Test {
             30);
     }
 
-    // The query and the structural state through both readers, in turn, twice
-    // over for the fast one, so that a difference is the readers' and not the
-    // application's changing in between.
     void expectSameSnapshots(const std::string& id, size_t expectedElements) {
-        AXCGDriver fast(*pipelined, kNodeBudget, kFocusTimeoutSeconds);
-        AXCGDriver slow(*oneAtATime, kNodeBudget, kFocusTimeoutSeconds);
-        const auto before = fast.query(id, std::nullopt, true);
-        const auto reference = slow.query(id, std::nullopt, true);
-        const auto after = fast.query(id, std::nullopt, true);
-        ASSERT_EQ(before, after) << "the application changed between the queries";
-        ASSERT_EQ(reference.size(), expectedElements);
-        ASSERT_EQ(before.size(), reference.size());
-        for (size_t i = 0; i < reference.size(); ++i) {
-            ASSERT_EQ(before[i], reference[i]) << "element " << i << " of " << reference.size();
-        }
-        const auto fastState = fast.structuralState(id);
-        const auto slowState = slow.structuralState(id);
-        EXPECT_EQ(fastState, slowState);
-        EXPECT_EQ(fastState.elementCount, static_cast<int64_t>(expectedElements));
-        // The structural state reads only roles and child lists, and counts what
-        // the query found.
-        std::map<std::string, int64_t> histogram;
-        for (const auto& element : reference) {
-            ++histogram[element.role];
-        }
-        EXPECT_EQ(fastState.roleHistogram, histogram);
-        // Without values, and through a selector, as the router asks.
-        EXPECT_EQ(fast.query(id, std::nullopt, false), slow.query(id, std::nullopt, false));
-        ElementSelector buttons;
-        buttons.role = "AXButton";
-        EXPECT_EQ(fast.query(id, buttons, true), slow.query(id, buttons, true));
+        e2e::expectSameSnapshots(*pipelined, *oneAtATime, id, expectedElements);
     }
 
     size_t count(const std::vector<ElementInfo>& elements,

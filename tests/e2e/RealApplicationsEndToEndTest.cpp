@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include <memory>
 #include <string>
 
+#include "agent/Modes.h"
 #include "tests/e2e/AgentRequests.h"
 #include "tests/e2e/DesktopSupport.h"
 #include "tests/e2e/DisplayApplications.h"
@@ -145,6 +147,91 @@ TEST_F(RealApplications, LibreOfficeWriterTypesASentenceIntoItsDocument) {
     // Found, focused and fingerprinted as the entry it was launched from, though
     // soffice.bin (started by a launcher) owns the windows.
     EXPECT_EQ(fingerprint_, sha256OfFile("/usr/lib/libreoffice/program/soffice.bin"));
+}
+
+// The process that owns LibreOffice's windows (soffice.bin, started by a
+// launcher); 0 when there is none.
+pid_t officeProcess() {
+    for (pid_t id : windowOwnerProcessIds()) {
+        std::error_code error;
+        const fs::path exe = fs::read_symlink("/proc/" + std::to_string(id) + "/exe", error);
+        if (!error && exe.filename() == "soffice.bin") {
+            return id;
+        }
+    }
+    return 0;
+}
+
+// A process's resident memory in MiB, from /proc; -1 when unreadable.
+long residentMiB(pid_t processId) {
+    std::ifstream status("/proc/" + std::to_string(processId) + "/status");
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.starts_with("VmRSS:")) {
+            return std::atol(line.c_str() + 6) / 1024;
+        }
+    }
+    return -1;
+}
+
+// With accessibility on, a spreadsheet's table reports a billion cells and
+// declares it manages its own descendants: asked for its whole child list,
+// the office suite builds them all, for minutes and gigabytes, and goes on
+// after the agent has gone. The agent asks only for the cells its budget
+// records, so a query costs what any walk of the budget costs and the office
+// suite's memory stays where it was.
+TEST_F(RealApplications, ACalcSpreadsheetIsQueriedWithinTheBudget) {
+    shadowOffice("calc");
+    ASSERT_TRUE(launchAndWait("libreoffice-calc", {{"role", "AXTable"}}));
+    const pid_t office = officeProcess();
+    ASSERT_NE(office, 0) << "no soffice.bin owns a window";
+    const long residentBefore = residentMiB(office);
+    ASSERT_GT(residentBefore, 0);
+
+    // Two full queries in one request, each followed by the structural state:
+    // four walks of the budget, process start included.
+    const auto started = std::chrono::steady_clock::now();
+    AgentRun run = runRequest("libreoffice-calc", Json::array({
+                                                      {{"kind", "query"}, {"label", "first"}},
+                                                      {{"kind", "query"}, {"label", "second"}},
+                                                  }));
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    EXPECT_EQ(run.exitStatus, 0) << summary(run);
+    // Asking for the whole list took 75 s before the first element came back;
+    // four walks of the budget take a few seconds on a loaded machine.
+    EXPECT_LT(seconds, 30.0) << "the query of Calc took " << seconds << " s";
+
+    for (const char* label : {"first", "second"}) {
+        const Json* query = receiptOf(run, label);
+        ASSERT_NE(query, nullptr) << summary(run);
+        EXPECT_EQ(query->value("succeeded", false), true) << summary(run);
+        const Json elements = query->value("queryResult", Json::array());
+        // The budget bounds the walk; the table and its first cells are in it.
+        EXPECT_EQ(elements.size(), static_cast<size_t>(kNodeBudget)) << label;
+        size_t tables = 0;
+        size_t cells = 0;
+        for (const auto& element : elements) {
+            tables += element.value("role", "") == "AXTable" ? 1 : 0;
+            cells += element.value("role", "") == "AXCell" ? 1 : 0;
+        }
+        EXPECT_GE(tables, 1u) << label;
+        EXPECT_GT(cells, 1000u) << label;
+        // The structural state after the query counts the same walk.
+        const Json state = query->value("postActionStructuralState", Json::object());
+        EXPECT_EQ(state.value("elementCount", 0), static_cast<int64_t>(elements.size())) << label;
+    }
+
+    // Nothing goes on growing once the agent has gone: a few seconds later the
+    // office suite holds at most a few hundred MiB more than before (building a
+    // billion cells takes gigabytes within a minute).
+    sleep(5);
+    const long residentAfter = residentMiB(office);
+    ASSERT_GT(residentAfter, 0) << "soffice.bin ended";
+    std::printf("two queries of Calc in %.1f s; soffice.bin %ld MiB before, %ld MiB after\n",
+                seconds, residentBefore, residentAfter);
+    EXPECT_LT(residentAfter - residentBefore, 300)
+        << "soffice.bin grew from " << residentBefore << " MiB to " << residentAfter << " MiB";
 }
 
 TEST_F(RealApplications, KCalcComputesWhatIsTyped) {

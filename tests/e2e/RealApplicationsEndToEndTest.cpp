@@ -4,8 +4,8 @@
 // launched by its desktop-entry id, focused, queried, typed into, asserted on,
 // captured and read back as frontmost, through requests on the agent's standard
 // input only. Nothing in the harness switches accessibility on or tells a
-// toolkit to expose its widgets: the agent does that itself. The harness, and
-// how browsers are started, is RealApplications.h.
+// toolkit to expose its widgets: the agent does that itself. The harness, with
+// how browsers and LibreOffice are started, is in RealApplications.h.
 
 #include <gtest/gtest.h>
 

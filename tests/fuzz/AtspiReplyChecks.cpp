@@ -139,11 +139,7 @@ void checkReply(AtspiCall call, const AtspiReply& reply, AtspiRecord& record) {
                     require(entry == nullptr, "an object of another application found");
                     continue;
                 }
-                require(entry != nullptr && entry->item != nullptr, "a cached object not found");
-                if (entry->children) {
-                    require(entry->children->empty() && entry->item->childCount == 0,
-                            "a child list from the cache for an object with children");
-                }
+                require(entry != nullptr, "a cached object not found");
             }
             // The children's roles of a combo box come from the cache as well.
             for (size_t i = 0; i < record.childRoles.size() && i < reply.items.size(); ++i) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -12,32 +11,23 @@ namespace velmora::native::freedesktop {
 // An application's answer to Cache.GetItems, indexed: the cached facts of each
 // object of that application.
 //
-// The cache says where each object stands among its parent's children (its own
-// index there), but an object's children put in that order are not always the
-// order GetChildren gives: GTK 3 counts a window's client-side title bar after
-// the window's contents and lists it before them. So the cache gives no child
-// lists, except for an object it counts no children for and that no cached
-// object names as its parent: that one has none.
+// The cache's child counts and parents give no child lists that can stand for
+// GetChildren's: GTK 3 gives a window's client-side title bar the index after
+// the window's contents while GetChildren lists it first, GTK 4 counts no
+// children for its application object, and Firefox none for the panel holding
+// a background tab's page. So an object's children are always asked for.
 class AtspiCacheIndex {
   public:
     AtspiCacheIndex(std::string busName, std::vector<AtspiCacheItem> items);
 
-    struct Entry {
-        const AtspiCacheItem* item = nullptr;
-        // Empty for an object without children; none when it has some, or the
-        // cache does not count them.
-        std::optional<std::vector<AtspiAddress>> children;
-    };
-
     // What the cache knows of an object of this application, or null.
-    const Entry* find(const AtspiAddress& object) const;
+    const AtspiCacheItem* find(const AtspiAddress& object) const;
 
     size_t size() const { return items_.size(); }
 
   private:
     std::string busName_;
     std::vector<AtspiCacheItem> items_;
-    std::vector<Entry> entries_;  // one per item, in the same order
     std::unordered_map<std::string, size_t> byPath_;
 };
 

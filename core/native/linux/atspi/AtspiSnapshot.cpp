@@ -413,21 +413,17 @@ void Snapshot::waitForCache() {
 void Snapshot::request(const std::shared_ptr<Node>& node) {
     node->requested = true;
     AtspiRecord& record = node->record;
-    const AtspiCacheIndex::Entry* cached = nullptr;
+    const AtspiCacheItem* cached = nullptr;
     if (!node->refetched && cache_ == Cache::ready) {
         cached = index_->find(node->address);
     }
     const bool needsInterfaces = wanted(kValue) || wanted(kPosition) || wanted(kSize);
     if (cached != nullptr) {
-        const AtspiCacheItem& item = *cached->item;
-        record.role.answer(item.role);
-        record.name.answer(item.name);
-        record.interfaces.answer(item.interfaces);
-        record.states.answer(item.states);
-        node->childCount = item.childCount;
-        if (cached->children) {
-            record.children.answer(*cached->children);
-        }
+        record.role.answer(cached->role);
+        record.name.answer(cached->name);
+        record.interfaces.answer(cached->interfaces);
+        record.states.answer(cached->states);
+        node->childCount = cached->childCount;
     } else {
         // The role, and the states: they name some roles (a multi-line text, an
         // editable combo box) and say whether the children are to be read one

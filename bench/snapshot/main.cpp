@@ -592,12 +592,15 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
         while (i < a.size() && i < b.size() && a[i] == b[i]) {
             ++i;
         }
-        std::fprintf(stderr,
-                     "%s: the readers differ first at element %zu of %zu/%zu:\n  agent    %s\n"
-                     "  baseline %s\n",
-                     target.c_str(), i, a.size(), b.size(),
-                     i < a.size() ? describe(a[i]).c_str() : "(none)",
-                     i < b.size() ? describe(b[i]).c_str() : "(none)");
+        std::fprintf(stderr, "%s: the readers differ first at element %zu of %zu/%zu:\n",
+                     target.c_str(), i, a.size(), b.size());
+        // With the elements around it: an element in the one walk and not in the
+        // other shifts the rest.
+        for (size_t at = i < 3 ? 0 : i - 3; at < i + 4; ++at) {
+            std::fprintf(stderr, "  %5zu agent    %s\n        baseline %s\n", at,
+                         at < a.size() ? describe(a[at]).c_str() : "(none)",
+                         at < b.size() ? describe(b[at]).c_str() : "(none)");
+        }
     }
     return row;
 }

@@ -874,15 +874,21 @@ int main(int argc, char** argv) {
         const std::string profile = directory + "/velmora-bench-firefox";
         mkdir(profile.c_str(), 0700);
         {
-            // A fresh profile opens a second tab with the privacy notice at first
-            // start, which changes the tree while it is measured: not this one.
+            // What the end-to-end tests' Firefox profile says: no first-run pages,
+            // no default-browser question, nothing fetched from the network. A
+            // fresh profile otherwise opens a second tab (the privacy notice), and
+            // the tree changes while it is measured.
             std::ofstream prefs(profile + "/user.js");
-            prefs << "user_pref(\"datareporting.policy.firstRunURL\", \"\");\n"
+            prefs << "user_pref(\"browser.shell.checkDefaultBrowser\", false);\n"
+                     "user_pref(\"browser.aboutwelcome.enabled\", false);\n"
+                     "user_pref(\"browser.startup.homepage_override.mstone\", \"ignore\");\n"
                      "user_pref(\"datareporting.policy.dataSubmissionEnabled\", false);\n"
                      "user_pref(\"toolkit.telemetry.reportingpolicy.firstRun\", false);\n"
-                     "user_pref(\"browser.startup.homepage_override.mstone\", \"ignore\");\n"
-                     "user_pref(\"browser.aboutwelcome.enabled\", false);\n"
-                     "user_pref(\"browser.shell.checkDefaultBrowser\", false);\n";
+                     "user_pref(\"app.update.auto\", false);\n"
+                     "user_pref(\"network.captive-portal-service.enabled\", false);\n"
+                     "user_pref(\"network.connectivity-service.enabled\", false);\n"
+                     "user_pref(\"browser.safebrowsing.update.enabled\", false);\n"
+                     "user_pref(\"extensions.update.enabled\", false);\n";
         }
         Started firefox(startQuietly(
             {"/usr/bin/firefox-esr", "--no-remote", "--profile", profile, "file://" + page}));

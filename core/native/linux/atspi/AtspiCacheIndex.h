@@ -13,9 +13,9 @@ namespace velmora::native::freedesktop {
 //
 // The cache's child counts and parents give no child lists that can stand for
 // GetChildren's: GTK 3 gives a window's client-side title bar the index after
-// the window's contents while GetChildren lists it first, GTK 4 counts no
-// children for its application object, and Firefox none for the panel holding
-// a background tab's page. So an object's children are always asked for.
+// the window's contents while GetChildren lists it first, and GTK 4 counts no
+// children for its application object, whose windows name it as their parent.
+// So an object's children are always asked for.
 class AtspiCacheIndex {
   public:
     AtspiCacheIndex(std::string busName, std::vector<AtspiCacheItem> items);

@@ -16,6 +16,10 @@ namespace velmora::e2e {
 // Process ids (_NET_WM_PID) of the windows in the window manager's client list.
 std::vector<pid_t> windowOwnerProcessIds();
 
+// Process ids (_NET_WM_PID) of the windows in the window manager's client list
+// that the server shows (mapped, and every ancestor mapped).
+std::vector<pid_t> shownWindowOwnerProcessIds();
+
 // Live processes whose DISPLAY is ours and that GIO launched from the desktop
 // entry at `entryPath` (GIO_LAUNCHED_DESKTOP_FILE, not inherited).
 std::vector<pid_t> processesLaunchedFrom(const std::string& entryPath);

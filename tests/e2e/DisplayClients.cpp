@@ -58,4 +58,28 @@ std::vector<pid_t> windowOwnerProcessIds() {
     return ids;
 }
 
+std::vector<pid_t> shownWindowOwnerProcessIds() {
+    std::vector<pid_t> ids;
+    ::Display* display = XOpenDisplay(nullptr);
+    if (display == nullptr) {
+        return ids;
+    }
+    auto previous = XSetErrorHandler(ignoreErrors);
+    for (unsigned long window :
+         longsProperty(display, DefaultRootWindow(display), "_NET_CLIENT_LIST", XA_WINDOW)) {
+        XWindowAttributes attributes{};
+        if (XGetWindowAttributes(display, window, &attributes) == 0 ||
+            attributes.map_state != IsViewable) {
+            continue;
+        }
+        for (unsigned long id : longsProperty(display, window, "_NET_WM_PID", XA_CARDINAL)) {
+            ids.push_back(static_cast<pid_t>(id));
+        }
+    }
+    XSync(display, False);
+    XSetErrorHandler(previous);
+    XCloseDisplay(display);
+    return ids;
+}
+
 }  // namespace velmora::e2e

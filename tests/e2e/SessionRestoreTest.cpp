@@ -19,6 +19,8 @@
 #include <X11/keysym.h>
 
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
@@ -138,8 +140,22 @@ class Keyboard {
     ::Display* display_;
 };
 
-// The agent running a request, its output thrown away.
-pid_t startAgent(const std::string& request) {
+// Whether a window of the editor is on screen, which the window manager makes so.
+bool editorShown() {
+    for (pid_t owner : shownWindowOwnerProcessIds()) {
+        char path[64];
+        std::snprintf(path, sizeof path, "/proc/%d/exe", owner);
+        char target[4096];
+        const ssize_t length = readlink(path, target, sizeof target - 1);
+        if (length > 0 && std::string(target, static_cast<size_t>(length)).ends_with("/mousepad")) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The agent running a request, its standard output and error going to `output`.
+pid_t startAgent(const std::string& request, int output) {
     int input[2];
     if (pipe(input) != 0) {
         return -1;
@@ -154,9 +170,8 @@ pid_t startAgent(const std::string& request) {
         dup2(input[0], 0);
         close(input[0]);
         close(input[1]);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        dup2(null, 2);
+        dup2(output, 1);
+        dup2(output, 2);
         execl(VELMORA_AGENT_PATH, VELMORA_AGENT_PATH, "run", static_cast<char*>(nullptr));
         _exit(127);
     }
@@ -177,6 +192,14 @@ class SessionRestore : public ::testing::Test {
         AgentRun run = runRequest(kEditor, Json::array({{{"kind", "launch"}}}));
         ASSERT_EQ(run.exitStatus, 0) << summary(run);
         ASSERT_TRUE(settledFrame(kEditor, {{"role", "AXTextArea"}}, 30));
+        // The accessibility tree reports the new window before the window manager
+        // has shown it, and after a test that typed a long text through borrowed
+        // keycodes the manager can be seconds behind: each borrowing tells it (and
+        // every client) to read the keymap again, and it handles the editor's map
+        // request only after all of those. The agent started below gives the
+        // focus a second or two, so the editor must be on screen first.
+        ASSERT_TRUE(waitUntil([] { return editorShown(); }, 30))
+            << "the window manager never showed the editor";
         before_ = keyboard_.mapping();
         ASSERT_FALSE(keyboard_.journalPresent());
     }
@@ -192,10 +215,25 @@ class SessionRestore : public ::testing::Test {
     // Starts the agent with these actions and waits until it has borrowed a keycode.
     pid_t startTyping(Json actions = Json::array({{{"kind", "typeText"},
                                                    {"text", lackingText()}}})) {
-        pid_t agent = startAgent(makeRequest(kEditor, actions).dump());
+        char path[] = "/tmp/velmora-session-restore-XXXXXX";
+        const int output = mkstemp(path);
+        unlink(path);
+        pid_t agent = startAgent(makeRequest(kEditor, actions).dump(), output);
         EXPECT_GT(agent, 0);
-        EXPECT_TRUE(waitUntil([&] { return keyboard_.mapping() != before_; }, 30))
-            << "the agent never borrowed a keycode";
+        if (!waitUntil([&] { return keyboard_.mapping() != before_; }, 30)) {
+            kill(agent, SIGKILL);
+            waitpid(agent, nullptr, 0);
+            std::string text;
+            char buffer[4096];
+            ssize_t got = 0;
+            while ((got = pread(output, buffer, sizeof buffer, static_cast<off_t>(text.size()))) >
+                   0) {
+                text.append(buffer, static_cast<size_t>(got));
+            }
+            ADD_FAILURE() << "the agent never borrowed a keycode; it wrote:\n" << text;
+            agent = -1;
+        }
+        close(output);
         return agent;
     }
 

@@ -1,5 +1,6 @@
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/model/DriverError.h"
 #include "core/native/AXCGDriver.h"
@@ -12,6 +13,7 @@ namespace velmora::native {
 void AXCGDriver::click(Point point, bool doubleClick) {
     platform_.warpPointer(point);
     const int clicks = doubleClick ? 2 : 1;
+    std::vector<EventRef> events;
     for (int n = 1; n <= clicks; ++n) {
         // An event that cannot be created is skipped; the rest of the sequence goes on.
         for (uint32_t type : {kCGEventLeftMouseDown, kCGEventLeftMouseUp}) {
@@ -20,9 +22,16 @@ void AXCGDriver::click(Point point, bool doubleClick) {
                 continue;
             }
             platform_.setIntegerField(*event, kCGMouseEventClickState, n);
-            platform_.postEvent(kCGHIDEventTap, *event);
+            events.push_back(std::move(event));
         }
     }
+    // Made first, then posted as one burst: an application that counts a double
+    // click by its own clock gets the second press however slowly this process runs.
+    std::vector<InputEvent*> burst;
+    for (const EventRef& event : events) {
+        burst.push_back(event.get());
+    }
+    platform_.postEvents(kCGHIDEventTap, burst);
     // The settling waits let the workspace catch up too: a click or a chord may
     // bring another application forward, and the frontmost reads that follow the
     // action (its structural state, the next input's check) must see it.

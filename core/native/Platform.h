@@ -289,6 +289,14 @@ class Platform {
     virtual void setFlags(InputEvent& event, uint64_t flags) = 0;
     // CGEventPost(tap, event).
     virtual void postEvent(uint32_t tap, InputEvent& event) = 0;
+    // CGEventPost(tap, event) for each in turn, as one burst. Where applications
+    // count clicks by their own clock (X11), a platform sends the burst at once,
+    // so that the time between its events does not depend on this process's speed.
+    virtual void postEvents(uint32_t tap, const std::vector<InputEvent*>& events) {
+        for (InputEvent* event : events) {
+            postEvent(tap, *event);
+        }
+    }
 
     // Capture -------------------------------------------------------------------
 

@@ -115,15 +115,21 @@ Point centre(const Rect& frame) {
 
 void click(Platform& platform, Point point, int clicks) {
     platform.warpPointer(point);
+    std::vector<native::EventRef> events;
     for (int n = 1; n <= clicks; ++n) {
         for (uint32_t type : {native::kCGEventLeftMouseDown, native::kCGEventLeftMouseUp}) {
             auto event =
                 platform.createMouseEvent(nullptr, type, point, native::kCGMouseButtonLeft);
             ASSERT_NE(event, nullptr);
             platform.setIntegerField(*event, native::kCGMouseEventClickState, n);
-            platform.postEvent(native::kCGHIDEventTap, *event);
+            events.push_back(std::move(event));
         }
     }
+    std::vector<native::InputEvent*> burst;
+    for (const auto& event : events) {
+        burst.push_back(event.get());
+    }
+    platform.postEvents(native::kCGHIDEventTap, burst);
 }
 
 void typeText(Platform& platform, const std::u16string& text) {

@@ -513,6 +513,11 @@ void ScriptedPlatform::postEvent(uint32_t tap, InputEvent& event) {
     note(line);
 }
 
+void ScriptedPlatform::postEvents(uint32_t tap, const std::vector<InputEvent*>& events) {
+    note("burst of " + std::to_string(events.size()));
+    Platform::postEvents(tap, events);
+}
+
 // Capture ----------------------------------------------------------------------
 
 Display ScriptedPlatform::display(const std::string& name, int64_t width, int64_t height) {

@@ -194,8 +194,18 @@ void LinuxPlatform::setFlags(InputEvent& event, uint64_t flags) {
 void LinuxPlatform::postEvent(uint32_t /*tap*/, InputEvent& event) {
     // X has one input stream: both taps post into it.
     if (auto* synthetic = syntheticEvent(event)) {
-        input_.post(*synthetic);
+        input_.post({synthetic});
     }
+}
+
+void LinuxPlatform::postEvents(uint32_t /*tap*/, const std::vector<InputEvent*>& events) {
+    std::vector<const SyntheticEvent*> synthetic;
+    for (InputEvent* event : events) {
+        if (auto* one = syntheticEvent(*event)) {
+            synthetic.push_back(one);
+        }
+    }
+    input_.post(synthetic);
 }
 
 // Capture ----------------------------------------------------------------------------

@@ -60,6 +60,7 @@ class LinuxPlatform final : public Platform {
     void setUnicodeString(InputEvent& event, const std::u16string& units) override;
     void setFlags(InputEvent& event, uint64_t flags) override;
     void postEvent(uint32_t tap, InputEvent& event) override;
+    void postEvents(uint32_t tap, const std::vector<InputEvent*>& events) override;
 
     void shareableDisplays(std::function<void(std::optional<std::vector<Display>> displays,
                                               std::optional<std::string> error)>

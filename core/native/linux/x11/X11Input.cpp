@@ -241,23 +241,27 @@ void X11Input::warpPointer(Point point) {
     XSync(display, False);
 }
 
-void X11Input::post(const SyntheticEvent& event) {
+void X11Input::post(const std::vector<const SyntheticEvent*>& events) {
     auto lock = x11_.lock();
     ::Display* display = x11_.display();
     if (display == nullptr) {
         return;
     }
-    switch (event.kind) {
-        case SyntheticEvent::Kind::mouse:
-            postMouse(display, event);
-            break;
-        case SyntheticEvent::Kind::keyboard:
-            postKeyboard(display, event);
-            break;
-        case SyntheticEvent::Kind::scroll:
-            postScroll(display, event);
-            break;
+    for (const SyntheticEvent* event : events) {
+        switch (event->kind) {
+            case SyntheticEvent::Kind::mouse:
+                postMouse(display, *event);
+                break;
+            case SyntheticEvent::Kind::keyboard:
+                postKeyboard(display, *event);
+                break;
+            case SyntheticEvent::Kind::scroll:
+                postScroll(display, *event);
+                break;
+        }
     }
+    // Xlib has kept the requests in its buffer (unless a borrowed keycode needed
+    // a round trip): they leave here together.
     XSync(display, False);
 }
 

@@ -33,7 +33,9 @@ namespace velmora::native::freedesktop {
 //  - Event flags become modifier keys pressed before the key-down and released
 //    after the key-up.
 //  - Scroll events click the wheel buttons at the pointer's position.
-// Every post is flushed to the server before it returns.
+// Every post is flushed to the server before it returns; the events of one post
+// go out together, in one write, so that an application that counts clicks by
+// its own clock sees a double click however slowly this process runs.
 class X11Input {
   public:
     explicit X11Input(X11Connection& x11);
@@ -45,7 +47,7 @@ class X11Input {
     // Whether input can be sent: the display is open and has XTest.
     bool available();
     void warpPointer(Point point);
-    void post(const SyntheticEvent& event);
+    void post(const std::vector<const SyntheticEvent*>& events);
 
   private:
     struct KeyStroke {

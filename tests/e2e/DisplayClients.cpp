@@ -37,28 +37,9 @@ int ignoreErrors(::Display*, XErrorEvent*) {
     return 0;  // a window may go away between listing and reading it
 }
 
-}  // namespace
-
-std::vector<pid_t> windowOwnerProcessIds() {
-    std::vector<pid_t> ids;
-    ::Display* display = XOpenDisplay(nullptr);
-    if (display == nullptr) {
-        return ids;
-    }
-    auto previous = XSetErrorHandler(ignoreErrors);
-    for (unsigned long window :
-         longsProperty(display, DefaultRootWindow(display), "_NET_CLIENT_LIST", XA_WINDOW)) {
-        for (unsigned long id : longsProperty(display, window, "_NET_WM_PID", XA_CARDINAL)) {
-            ids.push_back(static_cast<pid_t>(id));
-        }
-    }
-    XSync(display, False);
-    XSetErrorHandler(previous);
-    XCloseDisplay(display);
-    return ids;
-}
-
-std::vector<pid_t> shownWindowOwnerProcessIds() {
+// The process ids of the window manager's clients: all of them, or only those
+// whose windows are shown.
+std::vector<pid_t> clientProcessIds(bool shownOnly) {
     std::vector<pid_t> ids;
     ::Display* display = XOpenDisplay(nullptr);
     if (display == nullptr) {
@@ -68,8 +49,8 @@ std::vector<pid_t> shownWindowOwnerProcessIds() {
     for (unsigned long window :
          longsProperty(display, DefaultRootWindow(display), "_NET_CLIENT_LIST", XA_WINDOW)) {
         XWindowAttributes attributes{};
-        if (XGetWindowAttributes(display, window, &attributes) == 0 ||
-            attributes.map_state != IsViewable) {
+        if (shownOnly && (XGetWindowAttributes(display, window, &attributes) == 0 ||
+                          attributes.map_state != IsViewable)) {
             continue;
         }
         for (unsigned long id : longsProperty(display, window, "_NET_WM_PID", XA_CARDINAL)) {
@@ -80,6 +61,16 @@ std::vector<pid_t> shownWindowOwnerProcessIds() {
     XSetErrorHandler(previous);
     XCloseDisplay(display);
     return ids;
+}
+
+}  // namespace
+
+std::vector<pid_t> windowOwnerProcessIds() {
+    return clientProcessIds(false);
+}
+
+std::vector<pid_t> shownWindowOwnerProcessIds() {
+    return clientProcessIds(true);
 }
 
 }  // namespace velmora::e2e

@@ -13,6 +13,7 @@
 #include <glib.h>
 #include <unistd.h>
 
+#include "core/native/linux/desktop/DesktopEntryScan.h"
 #include "core/native/linux/desktop/ToolkitSwitches.h"
 
 namespace velmora::native::freedesktop {
@@ -108,30 +109,7 @@ bool isDesktopFileName(const std::string& path) {
 }
 
 std::vector<DesktopEntry> installedDesktopEntries() {
-    std::vector<DesktopEntry> entries;
-    GList* all = g_app_info_get_all();
-    for (GList* item = all; item != nullptr; item = item->next) {
-        auto* info = static_cast<GAppInfo*>(item->data);
-        if (!G_IS_DESKTOP_APP_INFO(info)) {
-            continue;
-        }
-        auto* desktopInfo = G_DESKTOP_APP_INFO(info);
-        DesktopEntry entry;
-        std::string id = textOr(g_app_info_get_id(info));
-        if (isDesktopFileName(id)) {
-            id.resize(id.size() - kDesktopSuffix.size());
-        }
-        entry.id = id;
-        entry.fileName = textOr(g_desktop_app_info_get_filename(desktopInfo));
-        entry.startupWMClass = textOr(g_desktop_app_info_get_startup_wm_class(desktopInfo));
-        entry.program = baseName(textOr(g_app_info_get_executable(info)));
-        entry.shown = g_app_info_should_show(info) != FALSE;
-        if (!entry.id.empty()) {
-            entries.push_back(std::move(entry));
-        }
-    }
-    g_list_free_full(all, g_object_unref);
-    return entries;
+    return scanDesktopEntries(sessionDesktopEntrySearch());
 }
 
 std::optional<std::string> desktopFileOfId(const std::string& id) {

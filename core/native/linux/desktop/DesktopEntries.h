@@ -8,11 +8,13 @@
 #include "core/native/linux/desktop/ApplicationIdentity.h"
 
 // Installed applications, as GIO finds their desktop entries in the XDG data
-// directories, and launching them.
+// directories, and launching them. The list of every entry, which each request
+// reads to name processes, is read without GIO (DesktopEntryScan.h); looking up
+// one entry and launching it go through GIO.
 
 namespace velmora::native::freedesktop {
 
-// Every installed application entry (hidden ones included).
+// Every installed application entry, those menus do not show included.
 std::vector<DesktopEntry> installedDesktopEntries();
 
 // The desktop file of the installed entry with this id (with or without

@@ -528,6 +528,67 @@ TEST_F(AtspiSnapshotTest, TheStructuralStateFetchesOnlyRolesStatesAndChildLists)
     EXPECT_GT(application->count(AtspiCall::accessibleId), 0);
 }
 
+TEST_F(AtspiSnapshotTest, WithoutACacheTheStructuralStateAsksChildCountsAndNoStatesTheRoleIgnores) {
+    addWideTree(5, 10);
+    FakeObject notes;
+    notes.role = ATSPI_ROLE_ENTRY;
+    notes.states = statesWith({ATSPI_STATE_MULTI_LINE});
+    application->add("/w/notes", notes, "/w");
+    AXCGDriver driver(platform, 3000, 1.5);
+    const StructuralState cached = driver.structuralState(kAppId);
+    application->offersCache = false;
+    application->sent.clear();
+
+    const StructuralState state = driver.structuralState(kAppId);
+    EXPECT_EQ(state.elementCount, cached.elementCount);
+    EXPECT_EQ(state.roleHistogram, cached.roleHistogram);
+    EXPECT_EQ(state.roleHistogram.at("AXTextArea"), 2);  // named by its states
+    // Every element is asked for its role and child count (the application once,
+    // the window's tree once per pass); the states only of the entry, whose role
+    // they name; child lists only of the elements that have children: the
+    // application, the window and its five boxes.
+    const int elements = 1 + 2 * 57;
+    EXPECT_EQ(application->count(AtspiCall::role), elements);
+    EXPECT_EQ(application->count(AtspiCall::childCount), elements);
+    EXPECT_EQ(application->count(AtspiCall::states), 2);
+    EXPECT_EQ(application->count(AtspiCall::states, "/w/notes"), 2);
+    EXPECT_EQ(application->count(AtspiCall::children), 1 + 2 * 6);
+    EXPECT_EQ(application->count(AtspiCall::children, "/w/0/0"), 0);
+    EXPECT_EQ(application->count(AtspiCall::children, "/w/notes"), 0);
+    EXPECT_EQ(application->sent.size(), 1u + 2u * elements + 2u + 13u);  // and the cache, refused
+}
+
+TEST_F(AtspiSnapshotTest, WithoutACacheAStructuralWalkReadsALongChildListByIndex) {
+    application->offersCache = false;
+    FakeObject list;
+    list.role = ATSPI_ROLE_LIST;
+    auto& added = application->add("/list", list, kRoot);
+    for (int i = 0; i < 20000; ++i) {
+        added.children.push_back("/list/" + std::to_string(i));
+    }
+    for (int i = 0; i < 200; ++i) {
+        application->objects["/list/" + std::to_string(i)] = FakeObject{};
+    }
+    AXCGDriver driver(platform, 100, 1.5);
+    const StructuralState state = driver.structuralState(kAppId);
+    EXPECT_EQ(state.elementCount, 100);
+    EXPECT_EQ(application->count(AtspiCall::children, "/list"), 0);
+    EXPECT_LE(application->count(AtspiCall::childAtIndex), 100);
+    EXPECT_GE(application->count(AtspiCall::childAtIndex), 98);
+}
+
+TEST_F(AtspiSnapshotTest, AStructuralWalkAsksTheStatesOfAnElementWhoseChildCountFails) {
+    application->offersCache = false;
+    addWideTree(2, 2);
+    application->objects.at("/w/1").failing = {AtspiCall::childCount};
+    AXCGDriver driver(platform, 3000, 1.5);
+    const StructuralState state = driver.structuralState(kAppId);
+    EXPECT_EQ(state.elementCount, 1 + 2 * (1 + 2 + 4));
+    EXPECT_EQ(application->count(AtspiCall::states), 2);
+    EXPECT_EQ(application->count(AtspiCall::states, "/w/1"), 2);
+    EXPECT_EQ(application->count(AtspiCall::children, "/w/1"), 2);
+}
+
 TEST_F(AtspiSnapshotTest, AnElementManagingItsDescendantsIsReadOnlyAsFarAsTheBudgetReaches) {
     application->offersCache = false;
     FakeObject window;

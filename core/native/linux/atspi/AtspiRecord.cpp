@@ -97,6 +97,10 @@ ValueSource valueSource(const AtspiRecord& record) {
     return ValueSource::none;
 }
 
+bool roleNamedByStates(uint32_t role) {
+    return isTextRole(role) || role == ATSPI_ROLE_COMBO_BOX;
+}
+
 bool needsChildRoles(const AtspiRecord& record) {
     return record.role.ok() && record.role.value == ATSPI_ROLE_COMBO_BOX && record.states.known() &&
            !hasState(statesOf(record), ATSPI_STATE_EDITABLE);

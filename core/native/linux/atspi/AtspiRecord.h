@@ -61,6 +61,10 @@ enum class ValueSource {
 };
 ValueSource valueSource(const AtspiRecord& record);
 
+// Whether the states name the role (a multi-line text, an editable combo box):
+// for every other role, roleAnswer needs the role alone.
+bool roleNamedByStates(uint32_t role);
+
 // Whether the role's traits need the children's roles (a combo box that is not
 // editable itself); false until the role and states are known.
 bool needsChildRoles(const AtspiRecord& record);

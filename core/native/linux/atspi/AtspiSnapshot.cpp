@@ -63,6 +63,8 @@ struct Node {
     // refuse GetChildren.
     bool childrenByIndex = false;
     int32_t childCount = -1;  // as the element reported it, once asked
+    // Its ChildCount, asked instead of its states by a walk that reads no values.
+    Fetched<int32_t> reportedChildCount;
     std::vector<std::optional<AtspiAddress>> childSlots;
     int childSlotsPending = 0;
     size_t childSlotsAsked = 0;  // indices asked for so far
@@ -122,6 +124,22 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     std::vector<AXElement> elementsOf(const std::vector<std::shared_ptr<Node>>& nodes);
     AttributeRead answer(const std::shared_ptr<Node>& node, int attribute);
     static bool ready(const Node& node) { return node.requested && node.outstanding == 0; }
+    // Whether a record read without its states (by a walk without values) needs
+    // them after all: for a role they name, when its child count failed, or
+    // once the walk reads values too.
+    bool statesNeeded(const Node& node) const {
+        if (node.reportedChildCount.state == Fetched<int32_t>::State::unasked) {
+            return false;  // read with its states, or from the cache
+        }
+        return wanted(kValue) || node.reportedChildCount.state == Fetched<int32_t>::State::failed ||
+               (node.record.role.ok() && roleNamedByStates(node.record.role.value));
+    }
+    // Whether the child count decides how the children are read: it and the
+    // role are known, and so are the states where they are needed.
+    bool childCountDecides(const Node& node) const {
+        return node.reportedChildCount.ok() && node.record.role.known() &&
+               (node.record.states.known() || !statesNeeded(node));
+    }
 
     // Sends one request of the node's current record; `apply` stores its answer.
     template <typename Apply>
@@ -425,11 +443,28 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
         record.states.answer(cached->states);
         node->childCount = cached->childCount;
     } else {
-        // The role, and the states: they name some roles (a multi-line text, an
-        // editable combo box) and say whether the children are to be read one
-        // index at a time.
         askFact(node, &AtspiRecord::role, &AtspiReply::number, AtspiCall::role);
-        askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
+        if (wanted(kValue)) {
+            // The states: they give checkable elements their values, name some
+            // roles (a multi-line text, an editable combo box) and say whether the
+            // children are to be read one index at a time.
+            askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
+        } else {
+            // A walk without values needs the states only for the roles they
+            // name (asked once the role is known); the child count decides how
+            // the children are read, and that an element without any needs no
+            // child list.
+            node->reportedChildCount.state = Fetched<int32_t>::State::asked;
+            ask(node, AtspiRequest{AtspiCall::childCount, node->address},
+                [](Node& answered, const AtspiReply& reply) {
+                    if (reply.ok) {
+                        answered.reportedChildCount.answer(reply.integer);
+                        answered.childCount = reply.integer;
+                    } else {
+                        answered.reportedChildCount.fail();
+                    }
+                });
+        }
         if (wanted(kTitle)) {
             askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
         }
@@ -488,6 +523,7 @@ void Snapshot::refetch(const std::shared_ptr<Node>& node) {
     node->childRolesAsked = false;
     node->childrenByIndex = false;
     node->childCount = -1;
+    node->reportedChildCount = {};
     node->childSlots.clear();
     node->childSlotsPending = 0;
     node->childSlotsAsked = 0;
@@ -539,10 +575,27 @@ void Snapshot::askChildSlots(const std::shared_ptr<Node>& node, size_t upTo) {
 void Snapshot::advance(const std::shared_ptr<Node>& node) {
     AtspiRecord& record = node->record;
 
+    if (node->requested && record.states.state == Fetched<AtspiStateBits>::State::unasked &&
+        statesNeeded(*node)) {
+        askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
+    }
     if (node->requested &&
         record.children.state == Fetched<std::vector<AtspiAddress>>::State::unasked) {
         if (node->childrenByIndex) {
             askChildrenByIndex(node);
+        } else if (childCountDecides(*node)) {
+            const int32_t count = node->reportedChildCount.value;
+            const bool manages = record.states.ok() &&
+                                 hasState(record.states.value, ATSPI_STATE_MANAGES_DESCENDANTS);
+            if (count <= 0) {
+                record.children.answer({});
+            } else if (manages || count > childLimit_) {
+                // One index at a time, from the count already known.
+                node->childrenByIndex = true;
+                record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
+            } else {
+                askChildren(node);
+            }
         } else if (record.states.known()) {
             askChildren(node);
         }

@@ -55,6 +55,7 @@ class FakeApplication : public AtspiTransport {
     std::map<std::string, FakeObject> objects;
     bool offersCache = true;
     bool refusesGetChildren = false;
+    std::string toolkit;  // its ToolkitName
     std::vector<AtspiRequest> sent;
     int waits = 0;
 
@@ -212,7 +213,14 @@ class FakeApplication : public AtspiTransport {
                 if (!has(object, kAtspiTextInterface)) {
                     return AtspiReply::failure();
                 }
-                reply.text = object.text.substr(request.first, request.second - request.first);
+                // -1 is the end of the text, as ATK has it.
+                reply.text = object.text.substr(
+                    request.first, request.second == -1
+                                       ? std::string::npos
+                                       : static_cast<size_t>(request.second - request.first));
+                break;
+            case AtspiCall::toolkitName:
+                reply.text = toolkit;
                 break;
             case AtspiCall::cacheItems:
                 break;
@@ -526,6 +534,44 @@ TEST_F(AtspiSnapshotTest, TheStructuralStateFetchesOnlyRolesStatesAndChildLists)
     const auto elements = query();
     EXPECT_EQ(static_cast<int64_t>(elements.size()), state.elementCount);
     EXPECT_GT(application->count(AtspiCall::accessibleId), 0);
+}
+
+TEST_F(AtspiSnapshotTest, ATextIsReadToTheEndInOneRequestWhereTheToolkitReadsMinusOneSo) {
+    addWideTree(2, 3);
+    const auto counted = query();
+    EXPECT_EQ(application->count(AtspiCall::toolkitName), 1);
+    EXPECT_EQ(application->count(AtspiCall::characterCount), 2 * 6);
+
+    for (const char* toolkit : {"Gecko", "Chromium", "gtk"}) {
+        application->toolkit = toolkit;
+        application->sent.clear();
+        EXPECT_EQ(query(), counted) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::toolkitName), 1) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::characterCount), 0) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::text), 2 * 6) << toolkit;
+        for (const auto& request : application->sent) {
+            if (request.call == AtspiCall::text) {
+                EXPECT_EQ(request.first, 0);
+                EXPECT_EQ(request.second, -1);
+            }
+        }
+    }
+    // GTK 4 reads an end offset of -1 as 0; Qt and toolkits not known are asked
+    // for the count first.
+    for (const char* toolkit : {"GTK", "Qt", "Gtk", ""}) {
+        application->toolkit = toolkit;
+        application->sent.clear();
+        EXPECT_EQ(query(), counted) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::characterCount), 2 * 6) << toolkit;
+    }
+}
+
+TEST_F(AtspiSnapshotTest, TheStructuralStateDoesNotAskForTheToolkit) {
+    addWideTree(2, 3);
+    application->toolkit = "Gecko";
+    AXCGDriver driver(platform, 3000, 1.5);
+    driver.structuralState(kAppId);
+    EXPECT_EQ(application->count(AtspiCall::toolkitName), 0);
 }
 
 TEST_F(AtspiSnapshotTest, WithoutACacheTheStructuralStateAsksChildCountsAndNoStatesTheRoleIgnores) {

@@ -25,7 +25,7 @@ constexpr AtspiCall kCalls[] = {
     AtspiCall::interfaces,   AtspiCall::states,         AtspiCall::children,
     AtspiCall::childCount,   AtspiCall::childAtIndex,   AtspiCall::extents,
     AtspiCall::currentValue, AtspiCall::characterCount, AtspiCall::text,
-    AtspiCall::cacheItems,
+    AtspiCall::cacheItems,   AtspiCall::toolkitName,
 };
 
 void require(bool holds, const char* what) {
@@ -125,6 +125,7 @@ void checkReply(AtspiCall call, const AtspiReply& reply, AtspiRecord& record) {
             record.text.answer(reply.text);
             break;
         case AtspiCall::childCount:
+        case AtspiCall::toolkitName:
             break;
         case AtspiCall::cacheItems: {
             if (reply.items.empty()) {

@@ -87,8 +87,9 @@ enum class AtspiCall {
     characterCount,  // Text property CharacterCount                -> integer
     text,            // Text.GetText(first, second)                 -> text
     cacheItems,      // Cache.GetItems on the cache object          -> items
+    toolkitName,     // Application property ToolkitName            -> text
 };
-inline constexpr int kAtspiCallCount = static_cast<int>(AtspiCall::cacheItems) + 1;
+inline constexpr int kAtspiCallCount = static_cast<int>(AtspiCall::toolkitName) + 1;
 
 struct AtspiRequest {
     AtspiCall call = AtspiCall::role;

@@ -97,6 +97,10 @@ ValueSource valueSource(const AtspiRecord& record) {
     return ValueSource::none;
 }
 
+bool readsTextToTheEndAtMinusOne(const std::string& toolkitName) {
+    return toolkitName == "Gecko" || toolkitName == "Chromium" || toolkitName == "gtk";
+}
+
 bool roleNamedByStates(uint32_t role) {
     return isTextRole(role) || role == ATSPI_ROLE_COMBO_BOX;
 }
@@ -146,7 +150,8 @@ AttributeRead valueAnswer(const AtspiRecord& record) {
             return AttributeRead::success(AttributeValue::ofNumber(checked));
         }
         case ValueSource::text:
-            if (!record.characterCount.ok() || !record.text.ok()) {
+            // Read after its character count, or to the end at once.
+            if (!record.text.ok()) {
                 return AttributeRead::failure(kAXErrorCannotComplete);
             }
             // An empty text field has the empty text as its value.

@@ -61,6 +61,14 @@ enum class ValueSource {
 };
 ValueSource valueSource(const AtspiRecord& record);
 
+// Whether the toolkit of that name (the application's ToolkitName) reads an end
+// offset of -1 in GetText as the end of the text, as ATK says: then one request
+// reads a text, not its character count first. The toolkits whose texts the
+// equality tests read both ways: Gecko (Firefox), Chromium, and GTK 3 and the
+// applications it carries (LibreOffice), which call themselves "gtk". GTK 4
+// ("GTK") reads -1 as 0; others are not known.
+bool readsTextToTheEndAtMinusOne(const std::string& toolkitName);
+
 // Whether the states name the role (a multi-line text, an editable combo box):
 // for every other role, roleAnswer needs the role alone.
 bool roleNamedByStates(uint32_t role);

@@ -96,6 +96,7 @@ AtspiReply parseAtspiReply(AtspiCall call, const DBusMessageView& message) {
             break;
         case AtspiCall::name:
         case AtspiCall::accessibleId:
+        case AtspiCall::toolkitName:
             ok =
                 signature == "v" && reader.beginVariant(type) && type == "s" && reader.string(text);
             reply.text.assign(text);

@@ -115,6 +115,7 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     std::shared_ptr<Node> batchHorizon(Stream* stream);
     void topUp(Stream& stream);
     void askCache();
+    void askToolkit();
     void waitForCache();
     void request(const std::shared_ptr<Node>& node);
     void refetch(const std::shared_ptr<Node>& node);
@@ -157,6 +158,11 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     enum class Cache { notAsked, asked, ready, unavailable };
     Cache cache_ = Cache::notAsked;
     std::shared_ptr<const AtspiCacheIndex> index_;
+    // The application's toolkit, asked for once, when a walk first reads values:
+    // whether a text is read to the end in one request (AtspiRecord.h).
+    enum class Toolkit { notAsked, asked, known };
+    Toolkit toolkit_ = Toolkit::notAsked;
+    bool textToTheEnd_ = false;
     uint64_t visits_ = 0;
     bool toppingUp_ = false;
     // What the walk reads of every element, learnt from its first read: several
@@ -297,6 +303,10 @@ std::vector<AttributeRead> Snapshot::readMany(const std::shared_ptr<Node>& node,
         askCache();
     }
     want(asked, node);
+    // A walk that reads values: how the application's toolkit reads texts.
+    if (wanted(kValue) && toolkit_ == Toolkit::notAsked) {
+        askToolkit();
+    }
     prepare(node, asked);
     std::vector<AttributeRead> answers;
     answers.reserve(attributes.size());
@@ -420,10 +430,25 @@ void Snapshot::askCache() {
                      });
 }
 
+void Snapshot::askToolkit() {
+    toolkit_ = Toolkit::asked;
+    std::weak_ptr<Snapshot> weakSelf = weak_from_this();
+    transport_->send(
+        AtspiRequest{AtspiCall::toolkitName, application_}, [weakSelf](const AtspiReply& reply) {
+            if (auto self = weakSelf.lock()) {
+                self->textToTheEnd_ = reply.ok && readsTextToTheEndAtMinusOne(reply.text);
+                self->toolkit_ = Toolkit::known;
+            }
+        });
+}
+
 void Snapshot::waitForCache() {
-    while (cache_ == Cache::asked) {
+    while (cache_ == Cache::asked || toolkit_ == Toolkit::asked) {
         if (!transport_->pump(true)) {
-            cache_ = Cache::unavailable;
+            if (cache_ == Cache::asked) {
+                cache_ = Cache::unavailable;
+            }
+            toolkit_ = Toolkit::known;
         }
     }
 }
@@ -628,9 +653,13 @@ void Snapshot::advance(const std::shared_ptr<Node>& node) {
             }
             break;
         case ValueSource::text:
-            // The count first: an end offset of -1 is not the end of the text to
-            // every toolkit (GTK 4 reads it as 0).
-            if (record.characterCount.state == Fetched<int32_t>::State::unasked) {
+            // To the end at once where the toolkit reads an end offset of -1 so;
+            // elsewhere the count first (GTK 4 reads -1 as 0).
+            if (textToTheEnd_) {
+                if (record.text.state == Fetched<std::string>::State::unasked) {
+                    askFact(node, &AtspiRecord::text, &AtspiReply::text, AtspiCall::text, 0, -1);
+                }
+            } else if (record.characterCount.state == Fetched<int32_t>::State::unasked) {
                 askFact(node, &AtspiRecord::characterCount, &AtspiReply::integer,
                         AtspiCall::characterCount);
             } else if (record.characterCount.ok() &&

@@ -27,6 +27,7 @@ constexpr const char* kAccessibleInterface = "org.a11y.atspi.Accessible";
 constexpr const char* kPropertiesInterface = "org.freedesktop.DBus.Properties";
 constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 constexpr const char* kCachePath = "/org/a11y/atspi/cache";
+constexpr const char* kApplicationInterface = "org.a11y.atspi.Application";
 constexpr uint32_t kScreenCoordinates = 0;  // ATSPI_COORD_TYPE_SCREEN
 
 // The method call that answers a request.
@@ -82,6 +83,9 @@ DBusMethodCall callFor(const AtspiRequest& request, std::string_view destination
             call.member = "GetText";
             call.arguments = {DBusArgument::ofInt32(request.first),
                               DBusArgument::ofInt32(request.second)};
+            break;
+        case AtspiCall::toolkitName:
+            property(kApplicationInterface, "ToolkitName");
             break;
         case AtspiCall::cacheItems:
             call.path = kCachePath;

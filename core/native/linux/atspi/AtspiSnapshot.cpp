@@ -561,6 +561,9 @@ void Snapshot::refetch(const std::shared_ptr<Node>& node) {
 
 void Snapshot::askChildrenByIndex(const std::shared_ptr<Node>& node) {
     node->record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
+    if (node->reportedChildCount.ok()) {
+        return;  // the count is in: the indices are asked for from it
+    }
     ask(node, AtspiRequest{AtspiCall::childCount, node->address},
         [](Node& answered, const AtspiReply& reply) {
             if (!reply.ok) {
@@ -609,15 +612,8 @@ void Snapshot::advance(const std::shared_ptr<Node>& node) {
         if (node->childrenByIndex) {
             askChildrenByIndex(node);
         } else if (childCountDecides(*node)) {
-            const int32_t count = node->reportedChildCount.value;
-            const bool manages = record.states.ok() &&
-                                 hasState(record.states.value, ATSPI_STATE_MANAGES_DESCENDANTS);
-            if (count <= 0) {
+            if (node->reportedChildCount.value <= 0) {
                 record.children.answer({});
-            } else if (manages || count > childLimit_) {
-                // One index at a time, from the count already known.
-                node->childrenByIndex = true;
-                record.children.state = Fetched<std::vector<AtspiAddress>>::State::asked;
             } else {
                 askChildren(node);
             }

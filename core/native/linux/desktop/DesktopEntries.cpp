@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "core/native/linux/desktop/DesktopEntryScan.h"
+#include "core/native/linux/desktop/GLibPointers.h"
 #include "core/native/linux/desktop/ToolkitSwitches.h"
 
 namespace velmora::native::freedesktop {
@@ -26,11 +27,6 @@ struct GObjectUnref {
 template <typename T>
 using GObjectPtr = std::unique_ptr<T, GObjectUnref>;
 
-struct GFree {
-    void operator()(gpointer memory) const { g_free(memory); }
-};
-using GCharPtr = std::unique_ptr<gchar, GFree>;
-
 constexpr std::string_view kDesktopSuffix = ".desktop";
 
 std::string textOr(const char* text) {
@@ -41,10 +37,6 @@ std::optional<std::string> environmentVariable(const char* name) {
     const char* value = std::getenv(name);
     return value != nullptr ? std::optional<std::string>(value) : std::nullopt;
 }
-
-struct KeyFileFree {
-    void operator()(GKeyFile* file) const { g_key_file_free(file); }
-};
 
 // The Exec line with `switches` inserted after its program (the first word,
 // which the desktop entry format may quote).
@@ -82,7 +74,7 @@ GAppInfo* entryToLaunch(const std::string& fileName, bool& recordFile) {
     if (switches.empty()) {
         return G_APP_INFO(installed.release());
     }
-    std::unique_ptr<GKeyFile, KeyFileFree> keys(g_key_file_new());
+    KeyFilePtr keys(g_key_file_new());
     if (!g_key_file_load_from_file(keys.get(), fileName.c_str(), G_KEY_FILE_KEEP_TRANSLATIONS,
                                    nullptr)) {
         return G_APP_INFO(installed.release());

@@ -1,12 +1,14 @@
 #include "core/native/linux/desktop/DesktopEntryScan.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <map>
-#include <memory>
 #include <set>
 
 #include <glib.h>
+
+#include "core/native/linux/desktop/GLibPointers.h"
 
 namespace velmora::native::freedesktop {
 
@@ -14,18 +16,6 @@ namespace {
 
 constexpr std::string_view kDesktopSuffix = ".desktop";
 constexpr const char* kGroup = "Desktop Entry";
-
-struct KeyFileFree {
-    void operator()(GKeyFile* file) const { g_key_file_free(file); }
-};
-struct GFree {
-    void operator()(gpointer memory) const { g_free(memory); }
-};
-struct StrvFree {
-    void operator()(gchar** list) const { g_strfreev(list); }
-};
-using GCharPtr = std::unique_ptr<gchar, GFree>;
-using StrvPtr = std::unique_ptr<gchar*, StrvFree>;
 
 // Two parts of a path with one slash between them, as GLib joins them: the
 // system's data directories may end in a slash.
@@ -74,12 +64,7 @@ bool onPath(const std::string& program) {
 }
 
 bool contains(const std::vector<std::string>& list, const std::string& value) {
-    for (const auto& item : list) {
-        if (item == value) {
-            return true;
-        }
-    }
-    return false;
+    return std::find(list.begin(), list.end(), value) != list.end();
 }
 
 // The desktop entry format's OnlyShowIn and NotShowIn, the current desktops
@@ -113,7 +98,7 @@ std::string firstWord(const std::string& exec) {
 // entry, or one that says it is hidden.
 bool load(const std::string& fileName, const std::vector<std::string>& currentDesktops,
           DesktopEntry& entry) {
-    std::unique_ptr<GKeyFile, KeyFileFree> keys(g_key_file_new());
+    KeyFilePtr keys(g_key_file_new());
     if (!g_key_file_load_from_file(keys.get(), fileName.c_str(), G_KEY_FILE_NONE, nullptr)) {
         return false;
     }

@@ -113,6 +113,11 @@ class BuiltEntries : public ::testing::Test {
         std::ofstream(root_ / relative) << text;
     }
     std::string at(const std::string& relative) const { return (root_ / relative).string(); }
+    // PATH with the entries' programs first.
+    std::string pathWithPrograms() const {
+        const char* path = std::getenv("PATH");
+        return at("bin") + ":" + (path != nullptr ? path : "");
+    }
 
     fs::path root_;
 };
@@ -120,7 +125,7 @@ class BuiltEntries : public ::testing::Test {
 TEST_F(BuiltEntries, EveryRuleOfTheList) {
     // The entries' programs are found on PATH, as the agent's own process finds them.
     const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
-    setenv("PATH", (at("bin") + ":" + path).c_str(), 1);
+    setenv("PATH", pathWithPrograms().c_str(), 1);
     const auto entries = scanDesktopEntries(DesktopEntrySearch{
         .directories = {at("home/applications"), at("sys1/applications"), at("sys2/applications")},
         .currentDesktops = {"XFCE"}});
@@ -140,13 +145,12 @@ TEST_F(BuiltEntries, EveryRuleOfTheList) {
 }
 
 TEST_F(BuiltEntries, GioListsTheSame) {
-    const std::string path = std::getenv("PATH") != nullptr ? std::getenv("PATH") : "";
     const auto run = velmora::testing::runProcess(
         "/proc/self/exe", {"--gtest_filter=DesktopEntryScan.AgreesWithGioOnTheSessionsEntries"}, "",
         {{"XDG_DATA_HOME", at("home")},
          {"XDG_DATA_DIRS", at("sys1") + "/:" + at("sys2")},
          {"XDG_CURRENT_DESKTOP", "XFCE"},
-         {"PATH", at("bin") + ":" + path}});
+         {"PATH", pathWithPrograms()}});
     EXPECT_EQ(run.exitStatus, 0) << run.out << run.err;
     EXPECT_NE(run.out.find("[  PASSED  ] 1 test"), std::string::npos) << run.out;
 }

@@ -220,6 +220,50 @@ class RefusingDesktop : public ::testing::Test {
         return clicked;
     }
 
+    // What the window manager shows: the active window and every client with its
+    // process, for the failure messages of the waits below.
+    std::string desktopState() {
+        ::Display* display = XOpenDisplay(display_.c_str());
+        if (display == nullptr) {
+            return "no display";
+        }
+        auto property = [&](Window window, const char* name, Atom type) {
+            std::vector<unsigned long> values;
+            Atom actualType = None;
+            int format = 0;
+            unsigned long count = 0;
+            unsigned long remaining = 0;
+            unsigned char* data = nullptr;
+            if (XGetWindowProperty(display, window, XInternAtom(display, name, False), 0, 1024,
+                                   False, type, &actualType, &format, &count, &remaining,
+                                   &data) == Success &&
+                data != nullptr && format == 32) {
+                auto* items = reinterpret_cast<unsigned long*>(data);
+                values.assign(items, items + count);
+            }
+            if (data != nullptr) {
+                XFree(data);
+            }
+            return values;
+        };
+        std::string state = "active window:";
+        for (unsigned long window :
+             property(DefaultRootWindow(display), "_NET_ACTIVE_WINDOW", XA_WINDOW)) {
+            state += " " + std::to_string(window);
+        }
+        state += "; clients:";
+        for (unsigned long window :
+             property(DefaultRootWindow(display), "_NET_CLIENT_LIST", XA_WINDOW)) {
+            state += " " + std::to_string(window) + " (process";
+            for (unsigned long process : property(window, "_NET_WM_PID", XA_CARDINAL)) {
+                state += " " + std::to_string(process);
+            }
+            state += ")";
+        }
+        XCloseDisplay(display);
+        return state;
+    }
+
     pid_t start(const std::string& program) {
         pid_t process = spawn({program}, environment());
         applications_.push_back(process);
@@ -242,22 +286,24 @@ class RefusingDesktop : public ::testing::Test {
 TEST_F(RefusingDesktop, PlainActivationIsRefusedAndFocusForcesItThrough) {
     // Two applications. The user works in the calculator, then in the editor:
     // the calculator is the target, the editor holds the focus.
+    // Whether a newly mapped window takes the focus is the window manager's
+    // choice, so the test waits for the windows and then clicks, as the user would.
+    auto runs = [&](const std::string& id, pid_t process) {
+        auto running = platform_->runningApplications(id);
+        return !running.empty() && running.front().processId == process;
+    };
     pid_t calculator = start("galculator");
-    ASSERT_TRUE(waitUntil([&] { return frontmost() == "galculator"; }, kStartSeconds))
-        << frontmost();
+    ASSERT_TRUE(waitUntil([&] { return runs("galculator", calculator); }, kStartSeconds))
+        << desktopState();
     pid_t editor = start("mousepad");
-    ASSERT_TRUE(waitUntil(
-        [&] {
-            auto running = platform_->runningApplications("org.xfce.mousepad");
-            return !running.empty() && running.front().processId == editor;
-        },
-        kStartSeconds));
+    ASSERT_TRUE(waitUntil([&] { return runs("org.xfce.mousepad", editor); }, kStartSeconds))
+        << desktopState();
     ASSERT_TRUE(waitUntil([&] { return clickWindowOf(calculator) && frontmost() == "galculator"; },
                           kStartSeconds))
-        << frontmost();
+        << frontmost() << "; " << desktopState();
     ASSERT_TRUE(waitUntil(
         [&] { return clickWindowOf(editor) && frontmost() == "org.xfce.mousepad"; }, kStartSeconds))
-        << frontmost();
+        << frontmost() << "; " << desktopState();
     const std::string target = "galculator";
     const pid_t targetProcess = calculator;
     const std::string holder = "org.xfce.mousepad";

@@ -222,6 +222,8 @@ class FakeApplication : public AtspiTransport {
             case AtspiCall::toolkitName:
                 reply.text = toolkit;
                 break;
+            case AtspiCall::processId:
+                return AtspiReply::failure();  // the snapshot never asks the bus
             case AtspiCall::cacheItems:
                 break;
         }

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 
 #include "agent/Modes.h"
@@ -293,6 +294,64 @@ TEST_F(SnapshotEquality, OverTheBusWhereThereIsNoDirectConnection) {
     const auto& after = DBusAtspiTransport::processStatistics();
     EXPECT_GT(after.requests, before.requests);
     EXPECT_EQ(after.directRequests, before.directRequests);
+}
+
+// Sends one request and waits for its answer.
+native::freedesktop::AtspiReply ask(DBusAtspiTransport& transport,
+                                    const native::freedesktop::AtspiRequest& request) {
+    native::freedesktop::AtspiReply answer;
+    bool answered = false;
+    transport.send(request, [&](const auto& reply) {
+        answer = reply;
+        answered = true;
+    });
+    while (!answered && transport.pump(true)) {
+    }
+    return answer;
+}
+
+TEST_F(SnapshotEquality, ThePipelinedReaderFindsTheApplicationOverItsOwnConnection) {
+    using native::freedesktop::AtspiCall;
+    Fixture fixture(50);
+    ASSERT_TRUE(fixture.ready());
+    DBusAtspiTransport transport;
+    const auto search = transport.findApplication(fixture.processId());
+    EXPECT_TRUE(search.busReached);
+    ASSERT_TRUE(search.application.has_value());
+    EXPECT_EQ(search.application->busName.front(), ':');  // the application's unique name
+    EXPECT_EQ(search.application->path, "/org/a11y/atspi/accessible/root");
+    const auto role = ask(transport, {AtspiCall::role, *search.application});
+    ASSERT_TRUE(role.ok);
+    EXPECT_EQ(role.number, 75u);  // ATSPI_ROLE_APPLICATION
+
+    // The owner is the bus's answer, also once the application is read directly.
+    EXPECT_FALSE(transport.connect(search.application->busName));
+    const auto owner = ask(transport, {AtspiCall::processId, *search.application});
+    ASSERT_TRUE(owner.ok);
+    EXPECT_EQ(static_cast<int32_t>(owner.number), fixture.processId());
+
+    // This test's own process has no accessible application.
+    const auto none = transport.findApplication(getpid());
+    EXPECT_TRUE(none.busReached);
+    EXPECT_FALSE(none.application.has_value());
+}
+
+TEST_F(SnapshotEquality, BothReadersFailTheSameWayWithoutAnApplicationOrABus) {
+    // A process without an accessible application: every read cannot complete.
+    for (auto* platform : {pipelined.get(), oneAtATime.get()}) {
+        const auto role = platform->copyAttribute(platform->applicationElement(getpid()), "AXRole");
+        EXPECT_EQ(role.code, native::kAXErrorCannotComplete);
+    }
+    // No accessibility bus: the interface reads as switched off.
+    const char* desktopBus = std::getenv("AT_SPI_BUS_ADDRESS");
+    ASSERT_NE(desktopBus, nullptr);
+    const std::string address = desktopBus;
+    setenv("AT_SPI_BUS_ADDRESS", "unix:path=/nonexistent/velmora-test-bus", 1);
+    EXPECT_FALSE(DBusAtspiTransport().findApplication(getpid()).busReached);
+    LinuxPlatform unconnected(AtspiReads::pipelined);
+    const auto role = unconnected.copyAttribute(unconnected.applicationElement(getpid()), "AXRole");
+    EXPECT_EQ(role.code, native::kAXErrorAPIDisabled);
+    setenv("AT_SPI_BUS_ADDRESS", address.c_str(), 1);
 }
 
 TEST_F(SnapshotEquality, Mousepad) {

@@ -306,6 +306,9 @@ AtspiAccessibility::~AtspiAccessibility() {
 
 AXElement AtspiAccessibility::applicationElement(int32_t processId) {
     std::lock_guard lock(atspiMutex());
+    if (reads_ != AtspiReads::oneAtATime) {
+        return pipelinedApplicationElement(processId);
+    }
     if (!connected()) {
         return std::make_shared<AtspiElement>(nullptr, kAXErrorAPIDisabled);
     }
@@ -322,20 +325,30 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
         }
         guint owner = atspi_accessible_get_process_id(application, error.out());
         if (!error.failed() && static_cast<int64_t>(owner) == processId) {
-            if (reads_ != AtspiReads::oneAtATime && application->parent.app != nullptr) {
-                AtspiAddress address{application->parent.app->bus_name, application->parent.path};
-                g_object_unref(application);
-                if (!transport_) {
-                    transport_ = std::make_shared<DBusAtspiTransport>();
-                }
-                return openAtspiSnapshot(transport_, std::move(address));
-            }
             return std::make_shared<AtspiElement>(application, kAXErrorCannotComplete);
         }
         error.out();
         g_object_unref(application);
     }
     return std::make_shared<AtspiElement>(nullptr, kAXErrorCannotComplete);
+}
+
+AXElement AtspiAccessibility::pipelinedApplicationElement(int32_t processId) {
+    // As libatspi does, no bus is looked for without an X11 session to find it through.
+    if (!x11DisplayName()) {
+        return std::make_shared<AtspiElement>(nullptr, kAXErrorAPIDisabled);
+    }
+    if (!transport_) {
+        transport_ = std::make_shared<DBusAtspiTransport>();
+    }
+    auto search = transport_->findApplication(processId);
+    if (!search.busReached) {
+        return std::make_shared<AtspiElement>(nullptr, kAXErrorAPIDisabled);
+    }
+    if (!search.application) {
+        return std::make_shared<AtspiElement>(nullptr, kAXErrorCannotComplete);
+    }
+    return openAtspiSnapshot(transport_, std::move(*search.application));
 }
 
 AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const std::string& name) {

@@ -78,6 +78,9 @@ class AtspiAccessibility {
     bool isReachable();
 
   private:
+    // The application element of the pipelined reader, found over its own
+    // connection to the bus rather than libatspi's.
+    AXElement pipelinedApplicationElement(int32_t processId);
     // Whether the pipelined reader's application did not answer the request for
     // its direct connection.
     bool unreachable(const AtspiAddress& application);

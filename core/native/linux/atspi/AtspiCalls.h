@@ -88,8 +88,9 @@ enum class AtspiCall {
     text,            // Text.GetText(first, second)                 -> text
     cacheItems,      // Cache.GetItems on the cache object          -> items
     toolkitName,     // Application property ToolkitName            -> text
+    processId,       // the bus's GetConnectionUnixProcessID(bus name) -> number
 };
-inline constexpr int kAtspiCallCount = static_cast<int>(AtspiCall::toolkitName) + 1;
+inline constexpr int kAtspiCallCount = static_cast<int>(AtspiCall::processId) + 1;
 
 struct AtspiRequest {
     AtspiCall call = AtspiCall::role;

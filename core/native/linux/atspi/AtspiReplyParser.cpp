@@ -92,6 +92,7 @@ AtspiReply parseAtspiReply(AtspiCall call, const DBusMessageView& message) {
     bool ok = false;
     switch (call) {
         case AtspiCall::role:
+        case AtspiCall::processId:
             ok = signature == "u" && reader.uint32(reply.number);
             break;
         case AtspiCall::name:

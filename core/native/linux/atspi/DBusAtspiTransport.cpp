@@ -29,6 +29,8 @@ constexpr const char* kRootPath = "/org/a11y/atspi/accessible/root";
 constexpr const char* kCachePath = "/org/a11y/atspi/cache";
 constexpr const char* kApplicationInterface = "org.a11y.atspi.Application";
 constexpr uint32_t kScreenCoordinates = 0;  // ATSPI_COORD_TYPE_SCREEN
+constexpr const char* kRegistry = "org.a11y.atspi.Registry";
+constexpr const char* kBusDaemon = "org.freedesktop.DBus";
 
 // The method call that answers a request.
 DBusMethodCall callFor(const AtspiRequest& request, std::string_view destination) {
@@ -91,6 +93,14 @@ DBusMethodCall callFor(const AtspiRequest& request, std::string_view destination
             call.path = kCachePath;
             call.interface = "org.a11y.atspi.Cache";
             call.member = "GetItems";
+            break;
+        case AtspiCall::processId:
+            // A question to the bus about the target's bus name, not to the target.
+            call.destination = kBusDaemon;
+            call.path = "/org/freedesktop/DBus";
+            call.interface = kBusDaemon;
+            call.member = "GetConnectionUnixProcessID";
+            call.arguments = {DBusArgument::ofString(request.target.busName)};
             break;
     }
     return call;
@@ -318,6 +328,60 @@ bool DBusAtspiTransport::connect(const std::string& busName) {
     return false;
 }
 
+DBusAtspiTransport::ApplicationSearch DBusAtspiTransport::findApplication(int32_t processId) {
+    ApplicationSearch search;
+    Link* bus = busLink();
+    if (bus == nullptr) {
+        return search;
+    }
+    search.busReached = true;
+
+    // The desktop's applications, as the registry lists them.
+    std::vector<AtspiAddress> applications;
+    bool answered = false;
+    // A call refers to its request's texts until it is queued (marshalled).
+    const AtspiRequest registry{AtspiCall::children, AtspiAddress{kRegistry, kRootPath}};
+    DBusMethodCall listing = callFor(registry, kRegistry);
+    listing.serial = bus->nextSerial++;
+    queue(*bus, listing, AtspiCall::children, timeoutSeconds_, [&](const AtspiReply& reply) {
+        answered = true;
+        if (reply.ok) {
+            applications = reply.references;
+        }
+    });
+    while (!answered && pump(true)) {
+    }
+
+    // The process behind each application's bus name, all asked at once.
+    std::vector<std::optional<uint32_t>> owners(applications.size());
+    size_t unanswered = 0;
+    for (size_t i = 0; i < applications.size(); ++i) {
+        if (applications[i].path == kAtspiNullPath || !isValidBusName(applications[i].busName)) {
+            continue;
+        }
+        const AtspiRequest owner{AtspiCall::processId, applications[i]};
+        DBusMethodCall question = callFor(owner, kBusDaemon);
+        question.serial = bus->nextSerial++;
+        ++unanswered;
+        queue(*bus, question, AtspiCall::processId, timeoutSeconds_,
+              [&owners, &unanswered, i](const AtspiReply& reply) {
+                  --unanswered;
+                  if (reply.ok) {
+                      owners[i] = reply.number;
+                  }
+              });
+    }
+    while (unanswered > 0 && pump(true)) {
+    }
+    for (size_t i = 0; i < applications.size(); ++i) {
+        if (owners[i] && static_cast<int64_t>(*owners[i]) == processId) {
+            search.application = applications[i];
+            break;
+        }
+    }
+    return search;
+}
+
 DBusAtspiTransport::Link* DBusAtspiTransport::linkFor(const std::string& busName) {
     auto known = peers_.find(busName);
     if (known != peers_.end() && known->second != nullptr && !known->second->lost) {
@@ -337,7 +401,8 @@ void DBusAtspiTransport::queue(Link& link, const DBusMethodCall& call, AtspiCall
 }
 
 void DBusAtspiTransport::send(const AtspiRequest& request, AtspiReplyHandler handler) {
-    Link* link = linkFor(request.target.busName);
+    // Only the bus knows which process owns a bus name.
+    Link* link = request.call == AtspiCall::processId ? busLink() : linkFor(request.target.busName);
     if (link == nullptr) {
         refused_.push_back(std::move(handler));
         return;

@@ -22,8 +22,10 @@
 // (peer-to-peer) connection to it when it offers one (Application.GetApplicationBusAddress, asked
 // once per application over the accessibility bus), so that neither the bus daemon's routing nor
 // its round trip is paid; otherwise over a private connection to the accessibility bus. Both
-// connections are this transport's own, apart from the one libatspi keeps, so that answers are
-// never taken from under it.
+// connections are this transport's own, apart from any libatspi keeps, so that answers are
+// never taken from under it. The applications themselves are found over the same connection
+// (the registry's list, and the bus's owner of each), so that the pipelined reader needs no
+// libatspi at all: starting it would cost a connection and questions of its own.
 //
 // The accessibility bus is found as libatspi finds it: AT_SPI_BUS_ADDRESS, else
 // the session bus's org.a11y.Bus. A request that is not answered within the time
@@ -50,6 +52,15 @@ class DBusAtspiTransport final : public AtspiTransport {
     // without a direct connection go over the bus.
     // Whether the application did not answer it in time (asked again next time).
     bool connect(const std::string& busName);
+
+    // The accessible application of a process: the first of the registry's
+    // applications (the desktop's children, in its order) whose bus name the
+    // bus says that process owns. Blocks for the answers, as connect() does.
+    struct ApplicationSearch {
+        bool busReached = false;                  // false: no accessibility bus
+        std::optional<AtspiAddress> application;  // none: no application of it
+    };
+    ApplicationSearch findApplication(int32_t processId);
 
     // The time limit of requests to the application with this bus name, from the
     // next request on; 0 gives it the transport's own again.

@@ -6,6 +6,7 @@
 #ifdef __APPLE__
 #include <CommonCrypto/CommonDigest.h>
 #else
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #endif
 
@@ -24,6 +25,9 @@ std::string sha256Hex(const uint8_t* data, size_t size) {
     }
     CC_SHA256_Final(digest.data(), &context);
 #else
+    // A digest needs nothing from the system's OpenSSL configuration, and
+    // reading it would add a third of a millisecond to every request.
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr);
     unsigned int length = 0;
     EVP_Digest(data, size, digest.data(), &length, EVP_sha256(), nullptr);
 #endif

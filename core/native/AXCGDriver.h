@@ -112,8 +112,16 @@ class AXCGDriver : public UIDriver {
 
     // One walk of the application's tree, windows included, as a query makes it.
     std::vector<ElementInfo> snapshot(const std::string& bundleId, WalkReads reads);
+    // A child the walk recorded, with its subtree: out[first, end).
+    struct WalkedChild {
+        AXElement element;
+        size_t first = 0;
+        size_t end = 0;
+    };
+    // Records `element` and its subtree; with `walkedChildren`, also where each
+    // child's subtree went.
     void walk(const AXElement& element, int depth, std::vector<ElementInfo>& out, int64_t& budget,
-              WalkReads reads);
+              WalkReads reads, std::vector<WalkedChild>* walkedChildren = nullptr);
 
     Platform& platform_;
     int64_t nodeBudget_;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <utility>
 
 #include "core/driver/SelectorMatch.h"
@@ -144,7 +145,7 @@ std::vector<AXElement> AXCGDriver::firstChildren(const AXElement& element, int64
 }
 
 void AXCGDriver::walk(const AXElement& element, int depth, std::vector<ElementInfo>& out,
-                      int64_t& budget, WalkReads reads) {
+                      int64_t& budget, WalkReads reads, std::vector<WalkedChild>* walkedChildren) {
     if (budget < 1 || depth > kMaxDepth) {
         return;
     }
@@ -175,7 +176,11 @@ void AXCGDriver::walk(const AXElement& element, int depth, std::vector<ElementIn
         if (budget < 1) {
             break;
         }
+        const size_t first = out.size();
         walk(child, depth + 1, out, budget, reads);
+        if (walkedChildren != nullptr) {
+            walkedChildren->push_back(WalkedChild{child, first, out.size()});
+        }
     }
 }
 
@@ -186,11 +191,31 @@ std::vector<ElementInfo> AXCGDriver::snapshot(const std::string& bundleId, WalkR
 
     std::vector<ElementInfo> elements;
     int64_t budget = nodeBudget_;
-    walk(application, 0, elements, budget, reads);
+    std::vector<WalkedChild> applicationChildren;
+    walk(application, 0, elements, budget, reads, &applicationChildren);
     // Windows are walked again even when they were reached as children: the
-    // duplicates are part of the snapshot and count everywhere.
+    // duplicates are part of the snapshot and count everywhere. A window the walk
+    // has just recorded as a child of the application, at the same depth, is not
+    // asked again: its second record is the first one's copy. Budget left means
+    // the first walk of that subtree was complete, and a budget running out now
+    // cuts the copy where a second walk would have stopped. Once the application
+    // has fallen silent the window is walked, as its reads then fail at once.
     for (const AXElement& window : attributeElements(application, kWindows)) {
-        walk(window, 1, elements, budget, reads);
+        auto walked = std::find_if(applicationChildren.begin(), applicationChildren.end(),
+                                   [&](const WalkedChild& child) {
+                                       return platform_.isSameElement(child.element, window);
+                                   });
+        if (walked == applicationChildren.end() || session_.silent) {
+            walk(window, 1, elements, budget, reads);
+            continue;
+        }
+        const size_t copied = std::min(walked->end - walked->first,
+                                       static_cast<size_t>(std::max<int64_t>(budget, 0)));
+        for (size_t i = walked->first; i < walked->first + copied; ++i) {
+            ElementInfo copy = elements[i];
+            elements.push_back(std::move(copy));
+        }
+        budget -= static_cast<int64_t>(copied);
     }
     session_ = ReadSession{};
     return elements;

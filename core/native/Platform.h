@@ -229,6 +229,9 @@ class Platform {
     // element's application wait for its answer before failing with
     // kAXErrorCannotComplete; 0 restores the provider's own time-out. The result code.
     virtual int32_t setMessagingTimeout(const AXElement& element, double seconds) = 0;
+    // CFEqual(a, b): whether two elements stand for the same accessible object,
+    // however each was reached.
+    virtual bool isSameElement(const AXElement& a, const AXElement& b) = 0;
     // AXIsProcessTrusted().
     virtual bool isProcessTrusted() = 0;
 

@@ -277,6 +277,8 @@ class ScriptedPlatform : public Platform {
     AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
                                       int64_t index, int64_t maxValues) override;
     int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
+    // Each scripted element is one object, however it is reached.
+    bool isSameElement(const AXElement& a, const AXElement& b) override { return a == b; }
     bool isProcessTrusted() override { return trusted_; }
 
     std::optional<std::string> frontmostApplicationBundleId() override;

@@ -106,6 +106,61 @@ TEST_F(AXCGDriverQueryTest, WindowsAreWalkedAfterTheTreeAndRecordedTwice) {
                                        {"AXApplication", 1}, {"AXWindow", 2}, {"AXTextField", 2}}));
 }
 
+TEST_F(AXCGDriverQueryTest, AWindowRecordedAsAChildOfTheApplicationIsCopiedNotAskedAgain) {
+    AXElement window = node("window", "AXWindow");
+    AXElement field = node("field", "AXTextField");
+    platform.setText(field, "AXValue", "text");
+    platform.setFrame(field, Rect{1, 2, 3, 4});
+    platform.setChildren(app, {window});
+    platform.setChildren(window, {field});
+    platform.setWindows(app, {window});
+
+    const auto elements = queryAll(driver);
+    ASSERT_EQ(elements.size(), 5u);
+    EXPECT_EQ(elements[3], elements[1]);
+    EXPECT_EQ(elements[4], elements[2]);
+    EXPECT_EQ(elements[4].value, "text");
+    // One record and one child list of each: the second records are copies.
+    EXPECT_EQ(platform.readCount(window), 7);
+    EXPECT_EQ(platform.readCount(field), 7);
+    EXPECT_EQ(platform.readLog().back(), "app.AXWindows");
+}
+
+TEST_F(AXCGDriverQueryTest, TheCopyOfAWindowStopsWhereTheBudgetRunsOut) {
+    AXCGDriver five(platform, 5, 1.5);
+    AXElement window = node("window", "AXWindow");
+    AXElement a = node("a", "AXButton");
+    AXElement b = node("b", "AXButton");
+    platform.setChildren(app, {window});
+    platform.setChildren(window, {a, b});
+    platform.setWindows(app, {window});
+
+    // A second walk of the window would record the window alone, with one
+    // element of budget left.
+    EXPECT_EQ(titles(queryAll(five)),
+              (std::vector<std::string>{"app", "window", "a", "b", "window"}));
+    EXPECT_EQ(platform.readCount(window, "AXRole"), 1);
+}
+
+TEST_F(AXCGDriverQueryTest, AWindowReachedDeeperThanTheApplicationsChildrenIsWalkedAgain) {
+    AXCGDriver shallow(platform, 3000, 1.5);
+    AXElement group = node("group", "AXGroup");
+    AXElement window = node("window", "AXWindow");
+    platform.setChildren(app, {group});
+    platform.setChildren(group, {window});
+    platform.setWindows(app, {window});
+    // Below the window a chain as deep as the depth limit allows from depth 1:
+    // reached at depth 2 the chain's last element is cut; at depth 1 it is not.
+    auto chain = chainBelow(window, "w", 59);
+
+    const auto elements = queryAll(shallow);
+    // app, group, window, w1..w58 (depth 60); then window, w1..w59.
+    ASSERT_EQ(elements.size(), 3u + 58u + 1u + 59u);
+    EXPECT_EQ(elements[60].title, "w58");
+    EXPECT_EQ(elements.back().title, "w59");
+    EXPECT_EQ(platform.readCount(window, "AXRole"), 2);
+}
+
 TEST_F(AXCGDriverQueryTest, WindowsStartAtDepthOne) {
     AXElement window = node("window", "AXWindow");
     platform.setWindows(app, {window});
@@ -246,12 +301,9 @@ TEST_F(AXCGDriverQueryTest, TheStructuralStateAsksOnlyForRolesAndChildLists) {
                                          "window AXChildren[0+2998]",
                                          "field AXRole",
                                          "field AXChildren[0+2997]",
-                                         "window AXRole",
-                                         "window AXChildren[0+2996]",
-                                         "field AXRole",
-                                         "field AXChildren[0+2995]",
                                      }));
-    EXPECT_EQ(platform.readLog().back(), "field.AXChildren");
+    // The window's second record, the field's with it, is the first one's copy.
+    EXPECT_EQ(platform.readLog().back(), "app.AXWindows");
     EXPECT_EQ(std::count(platform.readLog().begin(), platform.readLog().end(), "app.AXWindows"), 1);
 }
 

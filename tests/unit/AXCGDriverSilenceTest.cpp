@@ -117,8 +117,11 @@ TEST_F(AXCGDriverSilenceTest, AnApplicationThatAnswersTheProbeIsReadNormallyAgai
     EXPECT_EQ(platform.messagingTimeouts()[0].seconds, AXCGDriver::kProbeTimeout);
     EXPECT_EQ(platform.messagingTimeouts()[1].element, "app");
     EXPECT_EQ(platform.messagingTimeouts()[1].seconds, 0.0);
-    // The probe is the walk's first read, not an extra one.
-    EXPECT_EQ(platform.readLog().size() - readsBefore, normal.size() * 7 + 1);
+    // The probe is the walk's first read, not an extra one: seven reads of each of
+    // app, window and button, and the window list (the window's second record,
+    // with the button's, is the first one's copy).
+    ASSERT_EQ(normal.size(), 5u);
+    EXPECT_EQ(platform.readLog().size() - readsBefore, 3 * 7 + 1);
 
     // No longer silent: the next walk sets nothing.
     EXPECT_EQ(queryAll(), normal);
@@ -150,6 +153,22 @@ TEST_F(AXCGDriverSilenceTest, AnApplicationThatStopsMidWalkKeepsWhatWasRead) {
     EXPECT_EQ(elements[0].title, "app");
     EXPECT_FALSE(elements[0].frame);
     EXPECT_EQ(platform.readLog().size(), 7u);
+    EXPECT_EQ(platform.now(), kProviderTimeout);
+}
+
+TEST_F(AXCGDriverSilenceTest, AWindowAfterTheApplicationFellSilentIsWalkedNotCopied) {
+    // Another window comes first in the window list; the application stops
+    // answering with its record, after the whole tree and the window list.
+    AXElement other = node("other", "AXWindow");
+    platform.setWindows(app, {other, window});
+    platform.setAnswering(false, kProviderTimeout, 3 * 7 + 1);
+    const auto elements = queryAll();
+    ASSERT_EQ(elements.size(), 5u);
+    EXPECT_EQ(elements[2].title, "button");
+    // Both windows' walks fail: the second one's reads at once, without a copy
+    // of what the tree walk read before.
+    EXPECT_EQ(elements[3], failedWalk().front());
+    EXPECT_EQ(elements[4], failedWalk().front());
     EXPECT_EQ(platform.now(), kProviderTimeout);
 }
 

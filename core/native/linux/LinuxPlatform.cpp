@@ -72,6 +72,10 @@ AttributeRead LinuxPlatform::copyAttributeValues(const AXElement& element, const
     return accessibility_.copyAttributeValues(element, name, index, maxValues);
 }
 
+bool LinuxPlatform::isSameElement(const AXElement& a, const AXElement& b) {
+    return accessibility_.isSameElement(a, b);
+}
+
 int32_t LinuxPlatform::setMessagingTimeout(const AXElement& element, double seconds) {
     return accessibility_.setMessagingTimeout(element, seconds);
 }

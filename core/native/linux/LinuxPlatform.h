@@ -33,6 +33,7 @@ class LinuxPlatform final : public Platform {
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
     std::vector<AttributeRead> copyAttributes(const AXElement& element,
                                               const std::vector<std::string>& names) override;
+    bool isSameElement(const AXElement& a, const AXElement& b) override;
     AttributeRead copyAttributeValues(const AXElement& element, const std::string& name,
                                       int64_t index, int64_t maxValues) override;
     int32_t setMessagingTimeout(const AXElement& element, double seconds) override;

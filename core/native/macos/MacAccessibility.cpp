@@ -162,6 +162,13 @@ int32_t MacPlatform::setMessagingTimeout(const AXElement& element, double second
     return AXUIElementSetMessagingTimeout(mac->get(), static_cast<float>(seconds));
 }
 
+bool MacPlatform::isSameElement(const AXElement& a, const AXElement& b) {
+    const auto* first = dynamic_cast<const MacElement*>(a.get());
+    const auto* second = dynamic_cast<const MacElement*>(b.get());
+    // CFEqual: two references to one element of the application compare equal.
+    return first != nullptr && second != nullptr && CFEqual(first->get(), second->get());
+}
+
 bool MacPlatform::isProcessTrusted() {
     // AXIsProcessTrusted
     return AXIsProcessTrusted() != 0;

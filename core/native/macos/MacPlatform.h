@@ -20,6 +20,7 @@ class MacPlatform final : public Platform {
     AXElement applicationElement(int32_t processId) override;
     AttributeRead copyAttribute(const AXElement& element, const std::string& name) override;
     int32_t setMessagingTimeout(const AXElement& element, double seconds) override;
+    bool isSameElement(const AXElement& a, const AXElement& b) override;
     bool isProcessTrusted() override;
 
     // Workspace

@@ -505,6 +505,23 @@ int32_t AtspiAccessibility::setMessagingTimeout(const AXElement& element, double
     return kAXErrorSuccess;
 }
 
+bool AtspiAccessibility::isSameElement(const AXElement& a, const AXElement& b) {
+    if (isSnapshotElement(a) || isSnapshotElement(b)) {
+        return sameSnapshotObject(a, b);
+    }
+    const auto* first = dynamic_cast<const AtspiElement*>(a.get());
+    const auto* second = dynamic_cast<const AtspiElement*>(b.get());
+    if (first == nullptr || second == nullptr || first->object() == nullptr ||
+        second->object() == nullptr) {
+        return false;
+    }
+    std::lock_guard lock(atspiMutex());
+    const std::string busName = busNameOf(first->object());
+    return !busName.empty() && busName == busNameOf(second->object()) &&
+           first->object()->parent.path != nullptr && second->object()->parent.path != nullptr &&
+           std::strcmp(first->object()->parent.path, second->object()->parent.path) == 0;
+}
+
 bool AtspiAccessibility::isReachable() {
     std::lock_guard lock(atspiMutex());
     if (!connected()) {

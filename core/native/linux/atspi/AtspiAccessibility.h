@@ -74,6 +74,8 @@ class AtspiAccessibility {
     // The time limit of every request to the element's application, from the next
     // read on; 0 gives it the provider's own (2.5 s) again.
     int32_t setMessagingTimeout(const AXElement& element, double seconds);
+    // Whether two elements are the same object of the same application.
+    bool isSameElement(const AXElement& a, const AXElement& b);
     // Whether the accessibility bus answers: its registry lists the desktop.
     bool isReachable();
 

@@ -188,6 +188,7 @@ class SnapshotElement final : public AccessibleObject {
         return snapshot_->readChildren(node_, index, maxValues);
     }
     const AtspiAddress& application() const { return snapshot_->application(); }
+    const AtspiAddress& address() const { return node_->address; }
 
   private:
     std::shared_ptr<Snapshot> snapshot_;
@@ -778,6 +779,13 @@ AXElement openAtspiSnapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddr
 
 bool isSnapshotElement(const AXElement& element) {
     return dynamic_cast<const SnapshotElement*>(element.get()) != nullptr;
+}
+
+bool sameSnapshotObject(const AXElement& a, const AXElement& b) {
+    const auto* first = dynamic_cast<const SnapshotElement*>(a.get());
+    const auto* second = dynamic_cast<const SnapshotElement*>(b.get());
+    return first != nullptr && second != nullptr && first->address() == second->address() &&
+           first->application() == second->application();
 }
 
 const AtspiAddress* snapshotApplication(const AXElement& element) {

@@ -74,6 +74,9 @@ AXElement openAtspiSnapshot(std::shared_ptr<AtspiTransport> transport, AtspiAddr
 
 // Whether an element belongs to a snapshot, and if so answers a read of it.
 bool isSnapshotElement(const AXElement& element);
+// Whether two elements of snapshots are the same object of the same application
+// (of one snapshot or two); false when either belongs to none.
+bool sameSnapshotObject(const AXElement& a, const AXElement& b);
 // The application an element of a snapshot belongs to; null for other elements.
 const AtspiAddress* snapshotApplication(const AXElement& element);
 AttributeRead readSnapshotElement(const AXElement& element, const std::string& name);

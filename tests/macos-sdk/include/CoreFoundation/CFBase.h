@@ -48,6 +48,7 @@ CF_EXPORT const CFAllocatorRef kCFAllocatorDefault;
 CF_EXPORT CFTypeID CFGetTypeID(CFTypeRef cf);
 CF_EXPORT CFTypeRef CFRetain(CFTypeRef cf);
 CF_EXPORT void CFRelease(CFTypeRef cf);
+CF_EXPORT Boolean CFEqual(CFTypeRef cf1, CFTypeRef cf2);
 
 CF_ASSUME_NONNULL_END
 CF_EXTERN_C_END

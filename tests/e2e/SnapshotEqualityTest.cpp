@@ -354,6 +354,24 @@ TEST_F(SnapshotEquality, BothReadersFailTheSameWayWithoutAnApplicationOrABus) {
     setenv("AT_SPI_BUS_ADDRESS", address.c_str(), 1);
 }
 
+TEST_F(SnapshotEquality, BothReadersKnowAWindowReachedTwoWays) {
+    const int32_t processId = launched->launch("galculator");
+    ASSERT_NE(processId, 0);
+    for (auto* platform : {pipelined.get(), oneAtATime.get()}) {
+        const AXElement application = platform->applicationElement(processId);
+        const auto children = elementsAttribute(*platform, application, "AXChildren");
+        const auto windows = elementsAttribute(*platform, application, "AXWindows");
+        ASSERT_FALSE(windows.empty());
+        EXPECT_TRUE(std::any_of(children.begin(), children.end(), [&](const AXElement& child) {
+            return platform->isSameElement(child, windows.front());
+        }));
+        EXPECT_FALSE(platform->isSameElement(application, windows.front()));
+        EXPECT_TRUE(platform->isSameElement(application, platform->applicationElement(processId)));
+    }
+    EXPECT_FALSE(pipelined->isSameElement(pipelined->applicationElement(processId),
+                                          oneAtATime->applicationElement(processId)));
+}
+
 TEST_F(SnapshotEquality, Mousepad) {
     const int32_t processId = launched->launch("org.xfce.mousepad");
     ASSERT_NE(processId, 0);

@@ -48,12 +48,13 @@ std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
         processId = front.processId;
         windows = topLevelWindows(display);
     }
-    if (!executableOf(*processId)) {
+    const auto executable = executableOf(*processId);
+    if (!executable) {
         return std::nullopt;  // gone, or a client on another machine
     }
     // The window in front names the application: one process may serve several.
     std::string id = applicationIdOfWindow(
-        processFacts(*processId, windows),
+        processFacts(*processId, *executable, windows),
         WindowIdentity{.classes = front.windowClasses, .gtkApplicationId = front.gtkApplicationId},
         installedEntries());
     return id.empty() ? std::nullopt : std::optional(id);
@@ -72,8 +73,9 @@ std::vector<RunningApplication> DesktopWorkspace::runningApplications(
     const auto ourDisplay = x11DisplayName();
     std::vector<RunningApplication> owners;   // own windows of the application
     std::vector<RunningApplication> helpers;  // launchers, renderers, windowless instances
-    for (int32_t processId : userProcessIds()) {
-        ProcessFacts facts = processFacts(processId, windows);
+    for (const UserProcess& process : userProcesses()) {
+        const int32_t processId = process.processId;
+        ProcessFacts facts = processFacts(processId, process.executablePath, windows);
         // A process of another X session (a second desktop of the same user)
         // is not this desktop's application.
         if (facts.display && ourDisplay && !sameX11Display(*facts.display, *ourDisplay)) {

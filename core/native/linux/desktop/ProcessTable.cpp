@@ -13,16 +13,25 @@ namespace velmora::native::freedesktop {
 
 namespace {
 
-std::string procPath(int32_t processId, const char* entry) {
-    return "/proc/" + std::to_string(processId) + "/" + entry;
+// Every request scans the user's processes more than once (the fingerprint, each
+// walk, the frontmost application), so each process costs as few system calls
+// and path walks as it can: names are looked up from /proc's own descriptor.
+int procDirectory() {
+    static const int directory = open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return directory;
+}
+
+std::string entryPath(int32_t processId, const char* entry) {
+    return std::to_string(processId) + "/" + entry;
 }
 
 // A /proc file's whole contents; empty when unreadable (another user's process,
-// or one that has just ended). Read with plain system calls: every request reads
-// these files of each of the user's processes, and a stream costs twice as much.
+// or one that has just ended). Read with plain system calls: a stream costs
+// twice as much.
 std::string readProcFile(int32_t processId, const char* entry) {
     std::string contents;
-    const int file = open(procPath(processId, entry).c_str(), O_RDONLY | O_CLOEXEC);
+    const int file =
+        openat(procDirectory(), entryPath(processId, entry).c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) {
         return contents;
     }
@@ -71,9 +80,9 @@ std::optional<int32_t> parseProcessId(const std::string& text) {
 }  // namespace
 
 std::optional<std::string> executableOf(int32_t processId) {
-    std::string link = procPath(processId, "exe");
     std::string target(4096, '\0');
-    ssize_t length = readlink(link.c_str(), target.data(), target.size());
+    ssize_t length = readlinkat(procDirectory(), entryPath(processId, "exe").c_str(), target.data(),
+                                target.size());
     if (length <= 0 || static_cast<size_t>(length) >= target.size()) {
         return std::nullopt;
     }
@@ -86,11 +95,16 @@ std::optional<std::string> executableOf(int32_t processId) {
     return target;
 }
 
-std::vector<int32_t> userProcessIds() {
-    std::vector<int32_t> ids;
-    DIR* proc = opendir("/proc");
+std::vector<UserProcess> userProcesses() {
+    std::vector<UserProcess> processes;
+    const int directory = procDirectory();
+    if (directory < 0) {
+        return processes;
+    }
+    // A descriptor of its own to list from: the shared one is for lookups.
+    DIR* proc = fdopendir(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (proc == nullptr) {
-        return ids;
+        return processes;
     }
     const uid_t user = getuid();
     while (dirent* entry = readdir(proc)) {
@@ -99,19 +113,21 @@ std::vector<int32_t> userProcessIds() {
             continue;
         }
         struct stat status {};
-        if (stat(procPath(*pid, "").c_str(), &status) != 0 || status.st_uid != user) {
+        if (fstatat(directory, entry->d_name, &status, 0) != 0 || status.st_uid != user) {
             continue;
         }
-        if (executableOf(*pid)) {
-            ids.push_back(*pid);
+        if (auto executable = executableOf(*pid)) {
+            processes.push_back(UserProcess{*pid, std::move(*executable)});
         }
     }
     closedir(proc);
-    std::sort(ids.begin(), ids.end());
-    return ids;
+    std::sort(processes.begin(), processes.end(),
+              [](const UserProcess& a, const UserProcess& b) { return a.processId < b.processId; });
+    return processes;
 }
 
-ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& windows) {
+ProcessFacts processFacts(int32_t processId, const std::string& executablePath,
+                          const std::vector<WindowFacts>& windows) {
     ProcessFacts facts;
     facts.processId = processId;
 
@@ -131,7 +147,7 @@ ProcessFacts processFacts(int32_t processId, const std::vector<WindowFacts>& win
         }
     }
 
-    facts.executablePath = executableOf(processId).value_or("");
+    facts.executablePath = executablePath;
     auto arguments = nulSeparated(readProcFile(processId, "cmdline"));
     if (!arguments.empty()) {
         facts.commandName = baseName(arguments.front());

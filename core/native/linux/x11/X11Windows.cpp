@@ -1,7 +1,13 @@
 #include "core/native/linux/x11/X11Windows.h"
 
 #include <X11/Xatom.h>
+#include <X11/Xlib-xcb.h>
 #include <X11/Xutil.h>
+#include <xcb/xcb.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 
 namespace velmora::native::freedesktop {
 
@@ -28,26 +34,6 @@ std::vector<unsigned long> longProperty(::Display* display, Window window, const
         XFree(data);
     }
     return items;
-}
-
-std::string textProperty(::Display* display, Window window, const char* name) {
-    Atom property = XInternAtom(display, name, False);
-    Atom utf8 = XInternAtom(display, "UTF8_STRING", False);
-    Atom actualType = None;
-    int actualFormat = 0;
-    unsigned long count = 0;
-    unsigned long remaining = 0;
-    unsigned char* data = nullptr;
-    std::string text;
-    if (XGetWindowProperty(display, window, property, 0, 1L << 16, False, utf8, &actualType,
-                           &actualFormat, &count, &remaining, &data) == Success &&
-        data != nullptr && actualType == utf8 && actualFormat == 8) {
-        text.assign(reinterpret_cast<const char*>(data), count);
-    }
-    if (data != nullptr) {
-        XFree(data);
-    }
-    return text;
 }
 
 int32_t windowProcessId(::Display* display, Window window) {
@@ -100,26 +86,83 @@ bool isClientWindow(::Display* display, Window window) {
 
 }  // namespace
 
-WindowFacts windowFacts(::Display* display, Window window) {
-    WindowFacts facts;
-    facts.window = window;
-    facts.processId = windowProcessId(display, window);
-    XClassHint hint{};
-    if (XGetClassHint(display, window, &hint) != 0) {
-        if (hint.res_name != nullptr) {
-            facts.windowClasses.emplace_back(hint.res_name);
-            XFree(hint.res_name);
-        }
-        if (hint.res_class != nullptr) {
-            facts.windowClasses.emplace_back(hint.res_class);
-            XFree(hint.res_class);
-        }
+std::vector<WindowFacts> windowFactsOf(::Display* display, const std::vector<Window>& windows) {
+    // Through the display's own XCB connection, every question about every
+    // window goes out before the first answer is awaited: one round trip to the
+    // server in all, where Xlib's calls would wait for four per window, and
+    // every request scans the desktop's windows more than once. Errors (a
+    // window that has gone) come back with their answer, not to Xlib's handler.
+    xcb_connection_t* connection = XGetXCBConnection(display);
+    const auto processIdAtom = static_cast<xcb_atom_t>(XInternAtom(display, "_NET_WM_PID", False));
+    const auto applicationIdAtom =
+        static_cast<xcb_atom_t>(XInternAtom(display, "_GTK_APPLICATION_ID", False));
+    const auto utf8 = static_cast<xcb_atom_t>(XInternAtom(display, "UTF8_STRING", False));
+    constexpr uint32_t kLongest = 1u << 16;  // in 32-bit units, as the Xlib reads asked
+    struct Questions {
+        xcb_get_property_cookie_t processId;
+        xcb_get_property_cookie_t windowClass;
+        xcb_get_property_cookie_t applicationId;
+        xcb_get_window_attributes_cookie_t attributes;
+    };
+    std::vector<Questions> questions;
+    questions.reserve(windows.size());
+    for (Window window : windows) {
+        const auto id = static_cast<xcb_window_t>(window);
+        questions.push_back(Questions{
+            xcb_get_property(connection, 0, id, processIdAtom, XCB_ATOM_CARDINAL, 0, kLongest),
+            xcb_get_property(connection, 0, id, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, kLongest),
+            xcb_get_property(connection, 0, id, applicationIdAtom, utf8, 0, kLongest),
+            xcb_get_window_attributes(connection, id)});
     }
-    facts.gtkApplicationId = textProperty(display, window, "_GTK_APPLICATION_ID");
-    XWindowAttributes attributes{};
-    facts.viewable = XGetWindowAttributes(display, window, &attributes) != 0 &&
-                     attributes.map_state == IsViewable;
+
+    // An answer of the asked type and format, as its bytes; none otherwise.
+    auto property = [&](xcb_get_property_cookie_t cookie, xcb_atom_t type,
+                        uint8_t format) -> std::optional<std::string> {
+        xcb_generic_error_t* error = nullptr;
+        xcb_get_property_reply_t* reply = xcb_get_property_reply(connection, cookie, &error);
+        std::free(error);
+        std::optional<std::string> bytes;
+        if (reply != nullptr && reply->type == type && reply->format == format) {
+            bytes.emplace(static_cast<const char*>(xcb_get_property_value(reply)),
+                          static_cast<size_t>(xcb_get_property_value_length(reply)));
+        }
+        std::free(reply);
+        return bytes;
+    };
+
+    std::vector<WindowFacts> facts;
+    facts.reserve(windows.size());
+    for (size_t i = 0; i < windows.size(); ++i) {
+        WindowFacts window;
+        window.window = windows[i];
+        auto processId = property(questions[i].processId, XCB_ATOM_CARDINAL, 32);
+        if (processId && processId->size() >= sizeof(uint32_t)) {
+            uint32_t value = 0;
+            std::memcpy(&value, processId->data(), sizeof value);
+            window.processId = static_cast<int32_t>(value);
+        }
+        // WM_CLASS holds the instance name, a NUL, then the class name; each
+        // ends at its first NUL, and a missing class is empty (as Xlib reads it).
+        if (auto classes = property(questions[i].windowClass, XCB_ATOM_STRING, 8)) {
+            const size_t nameEnd = std::min(classes->find('\0'), classes->size());
+            window.windowClasses.push_back(classes->substr(0, nameEnd));
+            const std::string rest = nameEnd < classes->size() ? classes->substr(nameEnd + 1) : "";
+            window.windowClasses.push_back(rest.substr(0, std::min(rest.find('\0'), rest.size())));
+        }
+        window.gtkApplicationId = property(questions[i].applicationId, utf8, 8).value_or("");
+        xcb_generic_error_t* error = nullptr;
+        xcb_get_window_attributes_reply_t* attributes =
+            xcb_get_window_attributes_reply(connection, questions[i].attributes, &error);
+        std::free(error);
+        window.viewable = attributes != nullptr && attributes->map_state == XCB_MAP_STATE_VIEWABLE;
+        std::free(attributes);
+        facts.push_back(std::move(window));
+    }
     return facts;
+}
+
+WindowFacts windowFacts(::Display* display, Window window) {
+    return windowFactsOf(display, {window}).front();
 }
 
 bool hasWindowManager(::Display* display) {
@@ -156,12 +199,7 @@ std::vector<WindowFacts> topLevelWindows(::Display* display) {
             }
         }
     }
-    std::vector<WindowFacts> facts;
-    facts.reserve(windows.size());
-    for (auto window : windows) {
-        facts.push_back(windowFacts(display, window));
-    }
-    return facts;
+    return windowFactsOf(display, windows);
 }
 
 std::optional<Window> frontmostWindow(::Display* display) {

@@ -29,6 +29,9 @@ std::vector<WindowFacts> topLevelWindows(::Display* display);
 // The facts of one window.
 WindowFacts windowFacts(::Display* display, Window window);
 
+// The facts of each window, in the same order, all asked for at once.
+std::vector<WindowFacts> windowFactsOf(::Display* display, const std::vector<Window>& windows);
+
 // Whether an EWMH window manager is running (_NET_SUPPORTING_WM_CHECK).
 bool hasWindowManager(::Display* display);
 
@@ -48,8 +51,8 @@ std::optional<int32_t> frontmostProcessId(::Display* display);
 // with the application source and the window's own user time (_NET_WM_USER_TIME,
 // the user's last interaction with it), which a window manager that prevents
 // focus stealing refuses when the user has worked in another window since
-// (marking the window as wanting attention instead). Without a window manager there is nobody to ask: the window is
-// raised and given the input focus directly. Returns whether the process has a
+// (marking the window as wanting attention instead). Without a window manager there is nobody to
+// ask: the window is raised and given the input focus directly. Returns whether the process has a
 // window.
 bool activateProcessWindow(::Display* display, int32_t processId);
 

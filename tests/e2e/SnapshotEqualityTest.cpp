@@ -12,6 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
@@ -35,6 +39,24 @@ using native::freedesktop::DBusAtspiTransport;
 using native::freedesktop::LinuxPlatform;
 
 constexpr const char* kFixtureId = "velmora-fixture-tree";
+
+// Runs `read` with LeakSanitizer looking away from what it allocates. libatspi's
+// call to an application over its direct connection waits on a pending call of
+// its own; when the application never answers, libatspi gives up on it without
+// cancelling it, and the pending call, its time-out and libatspi's closure stay
+// behind (152 bytes a call). That is libatspi's, not this process's, and the
+// allocation stacks end inside libdbus, too short for a suppression to name it.
+template <typename Read>
+auto ignoringLibatspiLeaks(Read read) {
+#if defined(__SANITIZE_ADDRESS__)
+    __lsan_disable();
+    auto result = read();
+    __lsan_enable();
+    return result;
+#else
+    return read();
+#endif
+}
 
 // velmora-fixture-tree with a given number of elements, ended (by its process id)
 // when destroyed.
@@ -205,15 +227,16 @@ TEST_F(SnapshotEquality, AHungApplicationCostsOneTimeOutThenAShortProbePerWalk) 
     std::vector<ElementInfo> slowResult;
     const double fastSeconds =
         secondsOf([&] { fastResult = fast.query(kFixtureId, std::nullopt, true); });
-    const double slowSeconds =
-        secondsOf([&] { slowResult = slow.query(kFixtureId, std::nullopt, true); });
+    const double slowSeconds = ignoringLibatspiLeaks([&] {
+        return secondsOf([&] { slowResult = slow.query(kFixtureId, std::nullopt, true); });
+    });
     // Each driver now knows the application is silent: a walk costs it one probe.
     std::vector<ElementInfo> fastAgain;
     std::vector<ElementInfo> slowAgain;
     const double fastProbe =
         secondsOf([&] { fastAgain = fast.query(kFixtureId, std::nullopt, true); });
-    const double slowProbe =
-        secondsOf([&] { slowAgain = slow.query(kFixtureId, std::nullopt, true); });
+    const double slowProbe = ignoringLibatspiLeaks(
+        [&] { return secondsOf([&] { slowAgain = slow.query(kFixtureId, std::nullopt, true); }); });
     ASSERT_EQ(kill(fixture.processId(), SIGCONT), 0);
 
     // Every read failed alike: the application element alone, with nothing known.

@@ -906,8 +906,22 @@ int main(int argc, char** argv) {
                     return processId != 0 && driver.query(id, std::nullopt, false).size() >= 500;
                 },
                 60);
+        // Measured once the page has stopped changing: while it still loads, the
+        // toolbar shows Stop where it later shows Reload, and readers taking
+        // turns would each read another tree.
+        std::vector<ElementInfo> previous;
+        const bool stable = shown && waitFor(
+                                         [&] {
+                                             auto current = driver.query(id, std::nullopt, true);
+                                             const bool same = current == previous;
+                                             previous = std::move(current);
+                                             return same;
+                                         },
+                                         30);
         if (!shown) {
             std::fprintf(stderr, "velmora-bench-snapshot: firefox-esr did not show the page\n");
+        } else if (!stable) {
+            std::fprintf(stderr, "velmora-bench-snapshot: firefox-esr's page kept changing\n");
         } else {
             std::printf("measuring %s page ...\n", id.c_str());
             std::fflush(stdout);

@@ -909,7 +909,7 @@ int main(int argc, char** argv) {
         // Measured once the page has stopped changing: while it still loads, the
         // toolbar shows Stop where it later shows Reload, and readers taking
         // turns would each read another tree.
-        std::vector<ElementInfo> previous;
+        std::vector<velmora::ElementInfo> previous;
         const bool stable = shown && waitFor(
                                          [&] {
                                              auto current = driver.query(id, std::nullopt, true);

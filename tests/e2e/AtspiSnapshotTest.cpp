@@ -33,9 +33,10 @@ struct FakeObject {
     AtspiExtents extents{0, 0, 10, 10};
     double value = 0;
     std::string text{};
-    std::vector<std::string> children{};  // paths; kAtspiNullPath for a child that went away
-    std::set<AtspiCall> failing{};        // calls answered with an error
-    bool cacheHidesChildren = false;      // its cache item has child count -1
+    std::vector<std::string> children{};       // paths; kAtspiNullPath for a child that went away
+    std::set<AtspiCall> failing{};             // calls answered with an error
+    bool cacheHidesChildren = false;           // its cache item has child count -1
+    std::optional<int32_t> cacheChildCount{};  // the child count the cache gives, if not its own
     std::optional<int32_t> cacheIndex{};  // the index in its parent the cache gives, if not its own
 };
 
@@ -135,8 +136,10 @@ class FakeApplication : public AtspiTransport {
                             static_cast<int32_t>(at - parent.children.begin()));
                     }
                 }
-                item.childCount =
-                    object.cacheHidesChildren ? -1 : static_cast<int32_t>(object.children.size());
+                item.childCount = object.cacheHidesChildren
+                                      ? -1
+                                      : object.cacheChildCount.value_or(
+                                            static_cast<int32_t>(object.children.size()));
                 for (const auto& name : object.interfaces) {
                     item.interfaces |= interfaceNamed(name);
                 }
@@ -530,7 +533,8 @@ TEST_F(AtspiSnapshotTest, TheStructuralStateFetchesOnlyRolesStatesAndChildLists)
     // asked for, one per element.
     EXPECT_EQ(application->count(AtspiCall::cacheItems), 1);
     EXPECT_EQ(application->count(AtspiCall::children), 1 + 2 * 56);
-    EXPECT_EQ(application->sent.size(), 1u + 1u + 2u * 56u);
+    EXPECT_EQ(application->count(AtspiCall::toolkitName), 1);
+    EXPECT_EQ(application->sent.size(), 2u + 1u + 2u * 56u);
     // The same elements as a query finds.
     application->sent.clear();
     const auto elements = query();
@@ -568,12 +572,57 @@ TEST_F(AtspiSnapshotTest, ATextIsReadToTheEndInOneRequestWhereTheToolkitReadsMin
     }
 }
 
-TEST_F(AtspiSnapshotTest, TheStructuralStateDoesNotAskForTheToolkit) {
+TEST_F(AtspiSnapshotTest, EveryWalkAsksForTheToolkitOnceWithTheCache) {
     addWideTree(2, 3);
     application->toolkit = "Gecko";
     AXCGDriver driver(platform, 3000, 1.5);
     driver.structuralState(kAppId);
-    EXPECT_EQ(application->count(AtspiCall::toolkitName), 0);
+    EXPECT_EQ(application->count(AtspiCall::toolkitName), 1);
+    ASSERT_GE(application->sent.size(), 2u);
+    EXPECT_EQ(application->sent[0].call, AtspiCall::cacheItems);
+    EXPECT_EQ(application->sent[1].call, AtspiCall::toolkitName);
+}
+
+TEST_F(AtspiSnapshotTest, AGtk3CacheSparesTheChildListsOfWhatItCountsWithoutChildren) {
+    addWideTree(3, 4);
+    application->objects.at("/w/2").cacheHidesChildren = true;  // counted -1: asked for
+    auto labelsAskedForChildren = [&] {
+        int asked = 0;
+        for (int b = 0; b < 3; ++b) {
+            for (int l = 0; l < 4; ++l) {
+                asked += application->count(AtspiCall::children,
+                                            "/w/" + std::to_string(b) + "/" + std::to_string(l));
+            }
+        }
+        return asked;
+    };
+    // A toolkit not known: every element is asked for its child list.
+    const auto everyList = query();
+    EXPECT_GT(labelsAskedForChildren(), 0);
+
+    // GTK 3 counts children for its cache as GetChildren lists them: its leaves
+    // are not asked, everything with children is, and the walk is the same.
+    application->toolkit = "gtk";
+    application->sent.clear();
+    EXPECT_EQ(query(), everyList);
+    EXPECT_EQ(labelsAskedForChildren(), 0);
+    for (const char* parent : {kRoot, "/w", "/w/0", "/w/1", "/w/2"}) {
+        EXPECT_GT(application->count(AtspiCall::children, parent), 0) << parent;
+    }
+    application->sent.clear();
+    AXCGDriver driver(platform, 3000, 1.5);
+    EXPECT_EQ(driver.structuralState(kAppId).elementCount, static_cast<int64_t>(everyList.size()));
+    EXPECT_EQ(labelsAskedForChildren(), 0);
+
+    // GTK 4 counts no children for its application object, which has windows;
+    // there, and for every other toolkit, a count of none is not taken at its word.
+    application->objects.at(kRoot).cacheChildCount = 0;
+    for (const char* toolkit : {"GTK", "Qt", "Gecko", ""}) {
+        application->toolkit = toolkit;
+        application->sent.clear();
+        EXPECT_EQ(query(), everyList) << toolkit;
+        EXPECT_GT(labelsAskedForChildren(), 0) << toolkit;
+    }
 }
 
 TEST_F(AtspiSnapshotTest, WithoutACacheTheStructuralStateAsksChildCountsAndNoStatesTheRoleIgnores) {
@@ -603,7 +652,8 @@ TEST_F(AtspiSnapshotTest, WithoutACacheTheStructuralStateAsksChildCountsAndNoSta
     EXPECT_EQ(application->count(AtspiCall::children), 1 + 2 * 6);
     EXPECT_EQ(application->count(AtspiCall::children, "/w/0/0"), 0);
     EXPECT_EQ(application->count(AtspiCall::children, "/w/notes"), 0);
-    EXPECT_EQ(application->sent.size(), 1u + 2u * elements + 2u + 13u);  // and the cache, refused
+    // And the cache, refused, and the toolkit.
+    EXPECT_EQ(application->sent.size(), 2u + 2u * elements + 2u + 13u);
 }
 
 TEST_F(AtspiSnapshotTest, WithoutACacheAStructuralWalkReadsALongChildListByIndex) {

@@ -15,7 +15,8 @@ namespace velmora::native::freedesktop {
 // GetChildren's: GTK 3 gives a window's client-side title bar the index after
 // the window's contents while GetChildren lists it first, and GTK 4 counts no
 // children for its application object, whose windows name it as their parent.
-// So an object's children are always asked for.
+// So an object's children are asked for, unless its toolkit counts them as
+// GetChildren lists them and counts none (cachedChildlessMeansNoChildren).
 class AtspiCacheIndex {
   public:
     AtspiCacheIndex(std::string busName, std::vector<AtspiCacheItem> items);

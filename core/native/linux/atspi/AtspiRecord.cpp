@@ -101,6 +101,10 @@ bool readsTextToTheEndAtMinusOne(const std::string& toolkitName) {
     return toolkitName == "Gecko" || toolkitName == "Chromium" || toolkitName == "gtk";
 }
 
+bool cachedChildlessMeansNoChildren(const std::string& toolkitName) {
+    return toolkitName == "gtk";
+}
+
 bool roleNamedByStates(uint32_t role) {
     return isTextRole(role) || role == ATSPI_ROLE_COMBO_BOX;
 }

@@ -69,6 +69,14 @@ ValueSource valueSource(const AtspiRecord& record);
 // ("GTK") reads -1 as 0; others are not known.
 bool readsTextToTheEndAtMinusOne(const std::string& toolkitName);
 
+// Whether, in the cache of an application of that toolkit, an object counted
+// with no children is one whose GetChildren lists none, so that its child list
+// need not be asked for. ATK's bridge counts an object's children for the cache
+// as GetChildren lists them (and -1 where it does not say): GTK 3 and the
+// applications it carries ("gtk"). GTK 4 ("GTK") counts none for its
+// application object, which has windows; others are not known.
+bool cachedChildlessMeansNoChildren(const std::string& toolkitName);
+
 // Whether the states name the role (a multi-line text, an editable combo box):
 // for every other role, roleAnswer needs the role alone.
 bool roleNamedByStates(uint32_t role);

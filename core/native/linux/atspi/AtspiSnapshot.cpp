@@ -158,11 +158,13 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     enum class Cache { notAsked, asked, ready, unavailable };
     Cache cache_ = Cache::notAsked;
     std::shared_ptr<const AtspiCacheIndex> index_;
-    // The application's toolkit, asked for once, when a walk first reads values:
-    // whether a text is read to the end in one request (AtspiRecord.h).
+    // The application's toolkit, asked for once, with the cache: whether a text
+    // is read to the end in one request, and whether an object the cache counts
+    // without children has none (AtspiRecord.h).
     enum class Toolkit { notAsked, asked, known };
     Toolkit toolkit_ = Toolkit::notAsked;
     bool textToTheEnd_ = false;
+    bool childlessInCache_ = false;
     uint64_t visits_ = 0;
     bool toppingUp_ = false;
     // What the walk reads of every element, learnt from its first read: several
@@ -299,15 +301,12 @@ std::vector<AttributeRead> Snapshot::readMany(const std::shared_ptr<Node>& node,
         asked |= bit(attribute);
     }
     // Several attributes at once: a walk begins, which will read most of what
-    // the application's cache holds.
+    // the application's cache holds, and the toolkit says how far to trust it.
     if (cache_ == Cache::notAsked) {
         askCache();
-    }
-    want(asked, node);
-    // A walk that reads values: how the application's toolkit reads texts.
-    if (wanted(kValue) && toolkit_ == Toolkit::notAsked) {
         askToolkit();
     }
+    want(asked, node);
     prepare(node, asked);
     std::vector<AttributeRead> answers;
     answers.reserve(attributes.size());
@@ -391,8 +390,9 @@ void Snapshot::visit(Node& node) {
 }
 
 void Snapshot::topUp(Stream& stream) {
-    // While the cache is on its way nothing is asked ahead: the cache may answer it.
-    if (!stream.active || toppingUp_ || cache_ == Cache::asked) {
+    // While the cache and the toolkit are on their way nothing is asked ahead:
+    // they may answer it.
+    if (!stream.active || toppingUp_ || cache_ == Cache::asked || toolkit_ == Toolkit::asked) {
         return;
     }
     const int window = std::min(tuning_.maxLookAhead, tuning_.minLookAhead + stream.visited);
@@ -438,6 +438,7 @@ void Snapshot::askToolkit() {
         AtspiRequest{AtspiCall::toolkitName, application_}, [weakSelf](const AtspiReply& reply) {
             if (auto self = weakSelf.lock()) {
                 self->textToTheEnd_ = reply.ok && readsTextToTheEndAtMinusOne(reply.text);
+                self->childlessInCache_ = reply.ok && cachedChildlessMeansNoChildren(reply.text);
                 self->toolkit_ = Toolkit::known;
             }
         });
@@ -468,6 +469,11 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
         record.interfaces.answer(cached->interfaces);
         record.states.answer(cached->states);
         node->childCount = cached->childCount;
+        // A leaf, by a count its toolkit keeps as GetChildren lists: nothing to
+        // ask. Most elements of a tree are leaves.
+        if (childlessInCache_ && cached->childCount == 0) {
+            record.children.answer({});
+        }
     } else {
         askFact(node, &AtspiRecord::role, &AtspiReply::number, AtspiCall::role);
         if (wanted(kValue)) {

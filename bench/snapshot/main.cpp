@@ -585,22 +585,30 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
 
     row.equal = row.agent.result == row.baseline.result &&
                 (!readers.overTheBus || row.overTheBus.result == row.baseline.result);
-    if (!row.equal && readers.agent && readers.baseline) {
-        const auto& a = row.agent.result;
+    // Where a reader's walk first departs from the baseline's, with the elements
+    // around it: an element in the one walk and not in the other shifts the rest.
+    auto showDifference = [&](const char* reader, const std::vector<ElementInfo>& a) {
         const auto& b = row.baseline.result;
+        if (a == b) {
+            return;
+        }
         size_t i = 0;
         while (i < a.size() && i < b.size() && a[i] == b[i]) {
             ++i;
         }
-        std::fprintf(stderr, "%s: the readers differ first at element %zu of %zu/%zu:\n",
-                     target.c_str(), i, a.size(), b.size());
-        // With the elements around it: an element in the one walk and not in the
-        // other shifts the rest.
+        std::fprintf(stderr, "%s: %s and the baseline differ first at element %zu of %zu/%zu:\n",
+                     target.c_str(), reader, i, a.size(), b.size());
         for (size_t at = i < 3 ? 0 : i - 3; at < i + 4; ++at) {
-            std::fprintf(stderr, "  %5zu agent    %s\n        baseline %s\n", at,
+            std::fprintf(stderr, "  %5zu %-9s%s\n        baseline %s\n", at, reader,
                          at < a.size() ? describe(a[at]).c_str() : "(none)",
                          at < b.size() ? describe(b[at]).c_str() : "(none)");
         }
+    };
+    if (readers.baseline && readers.agent) {
+        showDifference("agent", row.agent.result);
+    }
+    if (readers.baseline && readers.overTheBus) {
+        showDifference("bus-only", row.overTheBus.result);
     }
     return row;
 }

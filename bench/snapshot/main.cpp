@@ -883,9 +883,11 @@ int main(int argc, char** argv) {
         mkdir(profile.c_str(), 0700);
         {
             // What the end-to-end tests' Firefox profile says: no first-run pages,
-            // no default-browser question, nothing fetched from the network. A
-            // fresh profile otherwise opens a second tab (the privacy notice), and
-            // the tree changes while it is measured.
+            // no default-browser question, nothing fetched from the network, no
+            // new-tab page made ahead. A fresh profile otherwise opens a second tab
+            // (the privacy notice), and a while after its start Firefox adds a
+            // hidden new-tab document to the window: either way the tree changes
+            // between the readers' walks.
             std::ofstream prefs(profile + "/user.js");
             prefs << "user_pref(\"browser.shell.checkDefaultBrowser\", false);\n"
                      "user_pref(\"browser.aboutwelcome.enabled\", false);\n"
@@ -896,7 +898,8 @@ int main(int argc, char** argv) {
                      "user_pref(\"network.captive-portal-service.enabled\", false);\n"
                      "user_pref(\"network.connectivity-service.enabled\", false);\n"
                      "user_pref(\"browser.safebrowsing.update.enabled\", false);\n"
-                     "user_pref(\"extensions.update.enabled\", false);\n";
+                     "user_pref(\"extensions.update.enabled\", false);\n"
+                     "user_pref(\"browser.newtab.preload\", false);\n";
         }
         Started firefox(startQuietly(
             {"/usr/bin/firefox-esr", "--no-remote", "--profile", profile, "file://" + page}));

@@ -167,7 +167,8 @@ std::string RealApplications::firefoxProfile() {
            "user_pref(\"network.captive-portal-service.enabled\", false);\n"
            "user_pref(\"network.connectivity-service.enabled\", false);\n"
            "user_pref(\"browser.safebrowsing.update.enabled\", false);\n"
-           "user_pref(\"extensions.update.enabled\", false);\n";
+           "user_pref(\"extensions.update.enabled\", false);\n"
+           "user_pref(\"browser.newtab.preload\", false);\n";
     return dir.string();
 }
 

@@ -81,9 +81,6 @@ std::vector<RunningApplication> DesktopWorkspace::runningApplications(
         if (facts.display && ourDisplay && !sameX11Display(*facts.display, *ourDisplay)) {
             continue;
         }
-        if (facts.executablePath.empty()) {
-            continue;
-        }
         auto ids = applicationIdsOf(facts, entries);
         if (std::find(ids.begin(), ids.end(), applicationId) == ids.end()) {
             continue;

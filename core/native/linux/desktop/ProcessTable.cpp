@@ -102,8 +102,12 @@ std::vector<UserProcess> userProcesses() {
         return processes;
     }
     // A descriptor of its own to list from: the shared one is for lookups.
-    DIR* proc = fdopendir(openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const int listing = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR* proc = listing < 0 ? nullptr : fdopendir(listing);
     if (proc == nullptr) {
+        if (listing >= 0) {
+            close(listing);
+        }
         return processes;
     }
     const uid_t user = getuid();

@@ -1,6 +1,7 @@
 // The Linux provider's pure translations: which application a process is, role
 // names, key and wheel translation, PNG encoding. No desktop involved.
 
+#include <atspi/atspi.h>
 #include <gtest/gtest.h>
 #include <png.h>
 
@@ -318,6 +319,19 @@ TEST(RoleNames, TheTableNamesRolesAsMacOSDoes) {
     EXPECT_EQ(macRoleName(ATSPI_ROLE_PANEL), "AXGroup");
     EXPECT_EQ(macRoleName(ATSPI_ROLE_FILLER), "AXGroup");
     EXPECT_EQ(macRoleName(ATSPI_ROLE_HEADING), "AXHeading");
+}
+
+TEST(RoleNames, AtspiNamesAreLibatspisOwn) {
+    // The agent names roles without libatspi; the names must be the library's.
+    for (int role = 0; role < ATSPI_ROLE_LAST_DEFINED; ++role) {
+        gchar* expected = atspi_role_get_name(static_cast<AtspiRole>(role));
+        ASSERT_NE(expected, nullptr) << role;
+        EXPECT_EQ(atspiRoleName(static_cast<uint32_t>(role)), expected) << role;
+        g_free(expected);
+    }
+    EXPECT_EQ(atspiRoleName(ATSPI_ROLE_LAST_DEFINED), "");
+    EXPECT_EQ(macRoleName(ATSPI_ROLE_LAST_DEFINED), "AXUnknown");
+    EXPECT_EQ(macRoleName(UINT32_MAX), "AXUnknown");
 }
 
 TEST(RoleNames, EveryAtspiRoleHasItsName) {

@@ -1,10 +1,154 @@
 #include "core/native/linux/atspi/RoleNames.h"
 
+#include <array>
 #include <cctype>
-
-#include <atspi/atspi.h>
+#include <string_view>
 
 namespace velmora::native::freedesktop {
+
+namespace {
+
+// AT-SPI's names of its roles, by role number, as libatspi's atspi_role_get_name
+// gives them. Kept here so that naming a role needs no libatspi (and with it
+// GLib's type system) in the agent's process.
+constexpr std::array<std::string_view, ATSPI_ROLE_LAST_DEFINED> kAtspiRoleNames = {
+    "invalid",
+    "accelerator label",
+    "alert",
+    "animation",
+    "arrow",
+    "calendar",
+    "canvas",
+    "check box",
+    "check menu item",
+    "color chooser",
+    "column header",
+    "combo box",
+    "date editor",
+    "desktop icon",
+    "desktop frame",
+    "dial",
+    "dialog",
+    "directory pane",
+    "drawing area",
+    "file chooser",
+    "filler",
+    "focus traversable",
+    "font chooser",
+    "frame",
+    "glass pane",
+    "html container",
+    "icon",
+    "image",
+    "internal frame",
+    "label",
+    "layered pane",
+    "list",
+    "list item",
+    "menu",
+    "menu bar",
+    "menu item",
+    "option pane",
+    "page tab",
+    "page tab list",
+    "panel",
+    "password text",
+    "popup menu",
+    "progress bar",
+    "push button",
+    "radio button",
+    "radio menu item",
+    "root pane",
+    "row header",
+    "scroll bar",
+    "scroll pane",
+    "separator",
+    "slider",
+    "spin button",
+    "split pane",
+    "status bar",
+    "table",
+    "table cell",
+    "table column header",
+    "table row header",
+    "tearoff menu item",
+    "terminal",
+    "text",
+    "toggle button",
+    "tool bar",
+    "tool tip",
+    "tree",
+    "tree table",
+    "unknown",
+    "viewport",
+    "window",
+    "extended",
+    "header",
+    "footer",
+    "paragraph",
+    "ruler",
+    "application",
+    "autocomplete",
+    "editbar",
+    "embedded",
+    "entry",
+    "chart",
+    "caption",
+    "document frame",
+    "heading",
+    "page",
+    "section",
+    "redundant object",
+    "form",
+    "link",
+    "input method window",
+    "table row",
+    "tree item",
+    "document spreadsheet",
+    "document presentation",
+    "document text",
+    "document web",
+    "document email",
+    "comment",
+    "list box",
+    "grouping",
+    "image map",
+    "notification",
+    "info bar",
+    "level bar",
+    "title bar",
+    "block quote",
+    "audio",
+    "video",
+    "definition",
+    "article",
+    "landmark",
+    "log",
+    "marquee",
+    "math",
+    "rating",
+    "timer",
+    "static",
+    "math fraction",
+    "math root",
+    "subscript",
+    "superscript",
+    "description list",
+    "description term",
+    "description value",
+    "footnote",
+    "content deletion",
+    "content insertion",
+    "mark",
+    "suggestion",
+    "push button menu",
+};
+
+}  // namespace
+
+std::string_view atspiRoleName(uint32_t role) {
+    return role < kAtspiRoleNames.size() ? kAtspiRoleNames[role] : std::string_view();
+}
 
 std::string upperCamelRoleName(const std::string& atspiRoleName) {
     std::string name = "AX";
@@ -103,12 +247,8 @@ std::string macRoleName(uint32_t role, RoleTraits traits) {
         default:
             break;
     }
-    gchar* atspiName = role < ATSPI_ROLE_LAST_DEFINED
-                           ? atspi_role_get_name(static_cast<AtspiRole>(role))
-                           : nullptr;
-    std::string name = upperCamelRoleName(atspiName != nullptr ? atspiName : "unknown");
-    g_free(atspiName);
-    return name;
+    const std::string_view atspiName = atspiRoleName(role);
+    return upperCamelRoleName(atspiName.empty() ? "unknown" : std::string(atspiName));
 }
 
 bool isTextRole(uint32_t role) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <atspi/atspi-constants.h>
 
@@ -63,6 +64,10 @@ std::string macRoleName(uint32_t role, RoleTraits traits = {});
 bool isTextRole(uint32_t role);
 // Roles that are checkable by nature, whatever states they report.
 bool isCheckableRole(uint32_t role);
+
+// AT-SPI's own name of a role ("push button"), the same as libatspi's
+// atspi_role_get_name; empty for a number past the roles AT-SPI defines.
+std::string_view atspiRoleName(uint32_t role);
 
 // "AX" followed by an AT-SPI role name in upper camel case: "document frame" ->
 // "AXDocumentFrame". Blanks, hyphens and underscores separate words.

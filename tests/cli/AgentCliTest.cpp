@@ -4,6 +4,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <vector>
+
 #include "core/model/Json.h"
 #include "tests/support/KeptRun.h"
 #include "tests/support/Subprocess.h"
@@ -153,6 +158,50 @@ TEST(AgentCliTest, FurtherArgumentsAreIgnored) {
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.out, "velmora.driver_broker.v1\n");
 }
+
+#ifdef __linux__
+// The libraries the agent's executable names, as the dynamic loader loads them
+// at every start.
+std::vector<std::string> neededLibraries() {
+    const std::string command = std::string("readelf -d '") + VELMORA_AGENT_PATH + "'";
+    FILE* pipe = popen(command.c_str(), "r");
+    EXPECT_NE(pipe, nullptr);
+    std::vector<std::string> libraries;
+    char line[512];
+    while (pipe != nullptr && std::fgets(line, sizeof line, pipe) != nullptr) {
+        const std::string text(line);
+        const size_t open = text.find("Shared library: [");
+        const size_t close = text.rfind(']');
+        if (text.find("(NEEDED)") != std::string::npos && open != std::string::npos &&
+            close != std::string::npos && close > open) {
+            const size_t start = open + std::string("Shared library: [").size();
+            libraries.push_back(text.substr(start, close - start));
+        }
+    }
+    if (pipe != nullptr) {
+        EXPECT_EQ(pclose(pipe), 0);
+    }
+    return libraries;
+}
+
+TEST(AgentCliTest, StartsWithoutTheLibrariesOnlySomeActionsUse) {
+    // Every request starts the agent anew, and each library loaded at the start
+    // costs every request. Launching (GIO, GObject), the one-call reader
+    // (libatspi), screenshots (libpng, RandR) and input (XTest) open theirs
+    // when they first need them.
+    const auto libraries = neededLibraries();
+    auto named = [&](const std::string& prefix) {
+        return std::any_of(libraries.begin(), libraries.end(),
+                           [&](const std::string& library) { return library.starts_with(prefix); });
+    };
+    EXPECT_TRUE(named("libdbus-1.so")) << "readelf listed no libraries";
+    EXPECT_TRUE(named("libX11.so"));
+    for (const char* deferred : {"libatspi.so", "libgio-2.0.so", "libgobject-2.0.so", "libpng16.so",
+                                 "libXtst.so", "libXrandr.so"}) {
+        EXPECT_FALSE(named(deferred)) << deferred;
+    }
+}
+#endif
 
 }  // namespace
 }  // namespace velmora

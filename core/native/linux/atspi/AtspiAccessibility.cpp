@@ -9,6 +9,7 @@
 #include <atspi/atspi.h>
 
 #include "core/native/linux/GLibLogging.h"
+#include "core/native/linux/SharedLibrary.h"
 #include "core/native/linux/atspi/AtspiSnapshot.h"
 #include "core/native/linux/atspi/DBusAtspiTransport.h"
 #include "core/native/linux/atspi/RoleNames.h"
@@ -17,6 +18,64 @@
 namespace velmora::native::freedesktop {
 
 namespace {
+
+// The one-call reader's functions of libatspi (and of GObject, which it brings).
+// Loaded only when that reader is chosen: the pipelined reads speak D-Bus
+// themselves.
+struct Libatspi {
+    decltype(&::atspi_accessible_get_accessible_id) atspi_accessible_get_accessible_id = nullptr;
+    decltype(&::atspi_accessible_get_child_at_index) atspi_accessible_get_child_at_index = nullptr;
+    decltype(&::atspi_accessible_get_child_count) atspi_accessible_get_child_count = nullptr;
+    decltype(&::atspi_accessible_get_component_iface) atspi_accessible_get_component_iface =
+        nullptr;
+    decltype(&::atspi_accessible_get_name) atspi_accessible_get_name = nullptr;
+    decltype(&::atspi_accessible_get_process_id) atspi_accessible_get_process_id = nullptr;
+    decltype(&::atspi_accessible_get_role) atspi_accessible_get_role = nullptr;
+    decltype(&::atspi_accessible_get_state_set) atspi_accessible_get_state_set = nullptr;
+    decltype(&::atspi_accessible_get_text_iface) atspi_accessible_get_text_iface = nullptr;
+    decltype(&::atspi_accessible_get_value_iface) atspi_accessible_get_value_iface = nullptr;
+    decltype(&::atspi_component_get_extents) atspi_component_get_extents = nullptr;
+    decltype(&::atspi_get_desktop) atspi_get_desktop = nullptr;
+    decltype(&::atspi_init) atspi_init = nullptr;
+    decltype(&::atspi_set_timeout) atspi_set_timeout = nullptr;
+    decltype(&::atspi_state_set_contains) atspi_state_set_contains = nullptr;
+    decltype(&::atspi_text_get_character_count) atspi_text_get_character_count = nullptr;
+    decltype(&::atspi_text_get_text) atspi_text_get_text = nullptr;
+    decltype(&::atspi_value_get_current_value) atspi_value_get_current_value = nullptr;
+    decltype(&::g_object_unref) g_object_unref = nullptr;
+};
+
+// None when libatspi cannot be loaded.
+const Libatspi* libatspi() {
+    static SharedLibrary library("libatspi.so.0");
+    static Libatspi table;
+    static const bool found =
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_accessible_id) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_child_at_index) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_child_count) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_component_iface) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_name) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_process_id) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_role) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_state_set) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_text_iface) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_accessible_get_value_iface) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_component_get_extents) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_get_desktop) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_init) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_set_timeout) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_state_set_contains) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_text_get_character_count) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_text_get_text) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, atspi_value_get_current_value) &&
+        VELMORA_LIBRARY_FUNCTION(library, table, g_object_unref);
+    return found ? &table : nullptr;
+}
+
+// Every call into libatspi comes after `connected()` has loaded it.
+const Libatspi& atspi() {
+    return *libatspi();
+}
 
 // libatspi keeps process-wide state and is not thread-safe: every call into it,
 // releases included, holds this lock.
@@ -37,7 +96,7 @@ gint currentTimeoutMs = kRequestTimeoutMs;
 // one of the application read.
 void useTimeout(gint milliseconds) {
     if (milliseconds != currentTimeoutMs) {
-        atspi_set_timeout(milliseconds, -1);
+        atspi().atspi_set_timeout(milliseconds, -1);
         currentTimeoutMs = milliseconds;
     }
 }
@@ -62,10 +121,14 @@ bool connected() {
         if (!x11DisplayName()) {
             return false;
         }
+        if (libatspi() == nullptr) {
+            state = Connection::failed;
+            return false;
+        }
         quietGLibLogging();
-        state = atspi_init() == 0 ? Connection::connected : Connection::failed;
+        state = atspi().atspi_init() == 0 ? Connection::connected : Connection::failed;
         if (state == Connection::connected) {
-            atspi_set_timeout(kRequestTimeoutMs, -1);
+            atspi().atspi_set_timeout(kRequestTimeoutMs, -1);
         }
     }
     return state == Connection::connected;
@@ -86,7 +149,7 @@ class AtspiElement final : public AccessibleObject {
     ~AtspiElement() override {
         if (object_ != nullptr) {
             std::lock_guard lock(atspiMutex());
-            g_object_unref(object_);
+            atspi().g_object_unref(object_);
         }
     }
     AtspiElement(const AtspiElement&) = delete;
@@ -116,7 +179,7 @@ struct Ref {
     explicit Ref(T* o) : object(o) {}
     ~Ref() {
         if (object != nullptr) {
-            g_object_unref(object);
+            atspi().g_object_unref(object);
         }
     }
     Ref(const Ref&) = delete;
@@ -126,16 +189,17 @@ struct Ref {
 
 struct StateSet {
     AtspiStateSet* set;
-    explicit StateSet(AtspiAccessible* object) : set(atspi_accessible_get_state_set(object)) {}
+    explicit StateSet(AtspiAccessible* object)
+        : set(atspi().atspi_accessible_get_state_set(object)) {}
     ~StateSet() {
         if (set != nullptr) {
-            g_object_unref(set);
+            atspi().g_object_unref(set);
         }
     }
     StateSet(const StateSet&) = delete;
     StateSet& operator=(const StateSet&) = delete;
     bool has(AtspiStateType state) const {
-        return set != nullptr && atspi_state_set_contains(set, state) != FALSE;
+        return set != nullptr && atspi().atspi_state_set_contains(set, state) != FALSE;
     }
 };
 
@@ -153,13 +217,14 @@ AttributeRead textRead(gchar* text) {
 
 bool hasEditableChild(AtspiAccessible* object) {
     ErrorHolder error;
-    gint count = atspi_accessible_get_child_count(object, error.out());
+    gint count = atspi().atspi_accessible_get_child_count(object, error.out());
     for (gint i = 0; !error.failed() && i < count; ++i) {
-        Ref<AtspiAccessible> child(atspi_accessible_get_child_at_index(object, i, error.out()));
+        Ref<AtspiAccessible> child(
+            atspi().atspi_accessible_get_child_at_index(object, i, error.out()));
         if (!child) {
             continue;
         }
-        uint32_t role = atspi_accessible_get_role(child.object, error.out());
+        uint32_t role = atspi().atspi_accessible_get_role(child.object, error.out());
         if (!error.failed() && (role == ATSPI_ROLE_TEXT || role == ATSPI_ROLE_ENTRY)) {
             return true;
         }
@@ -169,7 +234,7 @@ bool hasEditableChild(AtspiAccessible* object) {
 
 AttributeRead readRole(AtspiAccessible* object) {
     ErrorHolder error;
-    uint32_t role = atspi_accessible_get_role(object, error.out());
+    uint32_t role = atspi().atspi_accessible_get_role(object, error.out());
     if (error.failed()) {
         return AttributeRead::failure(kAXErrorCannotComplete);
     }
@@ -187,7 +252,7 @@ bool isCheckable(AtspiAccessible* object, const StateSet& states) {
         return true;
     }
     ErrorHolder error;
-    uint32_t role = atspi_accessible_get_role(object, error.out());
+    uint32_t role = atspi().atspi_accessible_get_role(object, error.out());
     if (error.failed()) {
         return false;
     }
@@ -196,8 +261,8 @@ bool isCheckable(AtspiAccessible* object, const StateSet& states) {
 
 AttributeRead readValue(AtspiAccessible* object) {
     ErrorHolder error;
-    if (Ref<AtspiValue> value(atspi_accessible_get_value_iface(object)); value) {
-        double current = atspi_value_get_current_value(value.object, error.out());
+    if (Ref<AtspiValue> value(atspi().atspi_accessible_get_value_iface(object)); value) {
+        double current = atspi().atspi_value_get_current_value(value.object, error.out());
         if (error.failed()) {
             return AttributeRead::failure(kAXErrorCannotComplete);
         }
@@ -210,12 +275,12 @@ AttributeRead readValue(AtspiAccessible* object) {
                                                                                               : 0;
         return AttributeRead::success(AttributeValue::ofNumber(checked));
     }
-    if (Ref<AtspiText> text(atspi_accessible_get_text_iface(object)); text) {
-        gint count = atspi_text_get_character_count(text.object, error.out());
+    if (Ref<AtspiText> text(atspi().atspi_accessible_get_text_iface(object)); text) {
+        gint count = atspi().atspi_text_get_character_count(text.object, error.out());
         if (error.failed()) {
             return AttributeRead::failure(kAXErrorCannotComplete);
         }
-        gchar* contents = atspi_text_get_text(text.object, 0, count, error.out());
+        gchar* contents = atspi().atspi_text_get_text(text.object, 0, count, error.out());
         if (error.failed() || contents == nullptr) {
             g_free(contents);
             return AttributeRead::failure(kAXErrorCannotComplete);
@@ -229,13 +294,13 @@ AttributeRead readValue(AtspiAccessible* object) {
 }
 
 AttributeRead readExtents(AtspiAccessible* object, bool position) {
-    Ref<AtspiComponent> component(atspi_accessible_get_component_iface(object));
+    Ref<AtspiComponent> component(atspi().atspi_accessible_get_component_iface(object));
     if (!component) {
         return AttributeRead::failure(kAXErrorAttributeUnsupported);
     }
     ErrorHolder error;
     AtspiRect* extents =
-        atspi_component_get_extents(component.object, ATSPI_COORD_TYPE_SCREEN, error.out());
+        atspi().atspi_component_get_extents(component.object, ATSPI_COORD_TYPE_SCREEN, error.out());
     if (error.failed() || extents == nullptr) {
         g_free(extents);
         return AttributeRead::failure(kAXErrorCannotComplete);
@@ -260,7 +325,7 @@ AttributeRead readExtents(AtspiAccessible* object, bool position) {
 AttributeRead readChildren(AtspiAccessible* object, int64_t index = 0,
                            int64_t maxValues = G_MAXINT) {
     ErrorHolder error;
-    gint count = atspi_accessible_get_child_count(object, error.out());
+    gint count = atspi().atspi_accessible_get_child_count(object, error.out());
     if (error.failed()) {
         return AttributeRead::failure(kAXErrorCannotComplete);
     }
@@ -269,7 +334,8 @@ AttributeRead readChildren(AtspiAccessible* object, int64_t index = 0,
     std::vector<AXElement> children;
     for (gint i = from; i < to; ++i) {
         // A child that went away in the meantime is left out.
-        AtspiAccessible* child = atspi_accessible_get_child_at_index(object, i, error.out());
+        AtspiAccessible* child =
+            atspi().atspi_accessible_get_child_at_index(object, i, error.out());
         if (child != nullptr) {
             children.push_back(std::make_shared<AtspiElement>(child, kAXErrorCannotComplete));
         }
@@ -279,7 +345,7 @@ AttributeRead readChildren(AtspiAccessible* object, int64_t index = 0,
 
 AttributeRead readWindows(AtspiAccessible* object) {
     ErrorHolder error;
-    uint32_t role = atspi_accessible_get_role(object, error.out());
+    uint32_t role = atspi().atspi_accessible_get_role(object, error.out());
     if (error.failed()) {
         return AttributeRead::failure(kAXErrorCannotComplete);
     }
@@ -313,22 +379,23 @@ AXElement AtspiAccessibility::applicationElement(int32_t processId) {
         return std::make_shared<AtspiElement>(nullptr, kAXErrorAPIDisabled);
     }
     processPendingMessages();
-    Ref<AtspiAccessible> desktop(atspi_get_desktop(0));
+    Ref<AtspiAccessible> desktop(atspi().atspi_get_desktop(0));
     ErrorHolder error;
-    gint count = desktop ? atspi_accessible_get_child_count(desktop.object, error.out()) : 0;
+    gint count =
+        desktop ? atspi().atspi_accessible_get_child_count(desktop.object, error.out()) : 0;
     for (gint i = 0; !error.failed() && i < count; ++i) {
         AtspiAccessible* application =
-            atspi_accessible_get_child_at_index(desktop.object, i, error.out());
+            atspi().atspi_accessible_get_child_at_index(desktop.object, i, error.out());
         if (application == nullptr) {
             error.out();  // that application went away; look on
             continue;
         }
-        guint owner = atspi_accessible_get_process_id(application, error.out());
+        guint owner = atspi().atspi_accessible_get_process_id(application, error.out());
         if (!error.failed() && static_cast<int64_t>(owner) == processId) {
             return std::make_shared<AtspiElement>(application, kAXErrorCannotComplete);
         }
         error.out();
-        g_object_unref(application);
+        atspi().g_object_unref(application);
     }
     return std::make_shared<AtspiElement>(nullptr, kAXErrorCannotComplete);
 }
@@ -374,7 +441,7 @@ AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const 
     }
     if (name == "AXTitle") {
         ErrorHolder error;
-        gchar* title = atspi_accessible_get_name(object, error.out());
+        gchar* title = atspi().atspi_accessible_get_name(object, error.out());
         if (error.failed()) {
             g_free(title);
             return AttributeRead::failure(kAXErrorCannotComplete);
@@ -383,7 +450,7 @@ AttributeRead AtspiAccessibility::copyAttribute(const AXElement& element, const 
     }
     if (name == "AXIdentifier") {
         ErrorHolder error;
-        gchar* identifier = atspi_accessible_get_accessible_id(object, error.out());
+        gchar* identifier = atspi().atspi_accessible_get_accessible_id(object, error.out());
         if (error.failed()) {
             g_free(identifier);
             return AttributeRead::failure(kAXErrorCannotComplete);
@@ -527,12 +594,12 @@ bool AtspiAccessibility::isReachable() {
     if (!connected()) {
         return false;
     }
-    Ref<AtspiAccessible> desktop(atspi_get_desktop(0));
+    Ref<AtspiAccessible> desktop(atspi().atspi_get_desktop(0));
     if (!desktop) {
         return false;
     }
     ErrorHolder error;
-    atspi_accessible_get_child_count(desktop.object, error.out());
+    atspi().atspi_accessible_get_child_count(desktop.object, error.out());
     return !error.failed();
 }
 

@@ -7,9 +7,28 @@
 #include <X11/Xutil.h>
 #include <X11/extensions/Xrandr.h>
 
+#include "core/native/linux/SharedLibrary.h"
+
 namespace velmora::native::freedesktop {
 
 namespace {
+
+struct Libxrandr {
+    decltype(&::XRRQueryExtension) XRRQueryExtension = nullptr;
+    decltype(&::XRRGetMonitors) XRRGetMonitors = nullptr;
+    decltype(&::XRRFreeMonitors) XRRFreeMonitors = nullptr;
+};
+
+// Only capture asks RandR for the monitors; none when its client library
+// cannot be loaded, and then the screen is one display.
+const Libxrandr* libxrandr() {
+    static SharedLibrary library("libXrandr.so.2");
+    static Libxrandr table;
+    static const bool found = VELMORA_LIBRARY_FUNCTION(library, table, XRRQueryExtension) &&
+                              VELMORA_LIBRARY_FUNCTION(library, table, XRRGetMonitors) &&
+                              VELMORA_LIBRARY_FUNCTION(library, table, XRRFreeMonitors);
+    return found ? &table : nullptr;
+}
 
 const char* const kNoDisplay =
     "no X11 display: DISPLAY is not set (only X11 sessions are supported)";
@@ -67,8 +86,9 @@ std::vector<velmora::native::Display> listDisplays(const std::string& displayNam
     int errorBase = 0;
     int count = 0;
     XRRMonitorInfo* monitors = nullptr;
-    if (XRRQueryExtension(display, &eventBase, &errorBase) != False) {
-        monitors = XRRGetMonitors(display, root, True, &count);
+    const Libxrandr* randr = libxrandr();
+    if (randr != nullptr && randr->XRRQueryExtension(display, &eventBase, &errorBase) != False) {
+        monitors = randr->XRRGetMonitors(display, root, True, &count);
     }
     auto add = [&](int x, int y, int width, int height) {
         auto area = std::make_shared<MonitorArea>(MonitorArea{
@@ -80,7 +100,7 @@ std::vector<velmora::native::Display> listDisplays(const std::string& displayNam
         add(monitors[i].x, monitors[i].y, monitors[i].width, monitors[i].height);
     }
     if (monitors != nullptr) {
-        XRRFreeMonitors(monitors);
+        randr->XRRFreeMonitors(monitors);
     }
     if (displays.empty()) {
         XWindowAttributes attributes{};

@@ -18,12 +18,36 @@
 #include <X11/extensions/XTest.h>
 #include <X11/keysym.h>
 
+#include "core/native/linux/SharedLibrary.h"
 #include "core/native/linux/x11/KeyTranslation.h"
 #include "core/native/linux/x11/KeymapJournal.h"
 
 namespace velmora::native::freedesktop {
 
 namespace {
+
+struct Libxtst {
+    decltype(&::XTestQueryExtension) XTestQueryExtension = nullptr;
+    decltype(&::XTestFakeMotionEvent) XTestFakeMotionEvent = nullptr;
+    decltype(&::XTestFakeButtonEvent) XTestFakeButtonEvent = nullptr;
+    decltype(&::XTestFakeKeyEvent) XTestFakeKeyEvent = nullptr;
+};
+
+// Only input needs XTest's client library; none when it cannot be loaded.
+const Libxtst* libxtst() {
+    static SharedLibrary library("libXtst.so.6");
+    static Libxtst table;
+    static const bool found = VELMORA_LIBRARY_FUNCTION(library, table, XTestQueryExtension) &&
+                              VELMORA_LIBRARY_FUNCTION(library, table, XTestFakeMotionEvent) &&
+                              VELMORA_LIBRARY_FUNCTION(library, table, XTestFakeButtonEvent) &&
+                              VELMORA_LIBRARY_FUNCTION(library, table, XTestFakeKeyEvent);
+    return found ? &table : nullptr;
+}
+
+// Where input is posted, `post()` has found the library.
+const Libxtst& xtest() {
+    return *libxtst();
+}
 
 // How many spare keycodes carry characters that the layout lacks. Rotating
 // through several gives an application time to read a binding before it changes.
@@ -226,8 +250,8 @@ bool X11Input::available() {
     int errorBase = 0;
     int major = 0;
     int minor = 0;
-    return display != nullptr &&
-           XTestQueryExtension(display, &eventBase, &errorBase, &major, &minor) != False;
+    return display != nullptr && libxtst() != nullptr &&
+           xtest().XTestQueryExtension(display, &eventBase, &errorBase, &major, &minor) != False;
 }
 
 void X11Input::warpPointer(Point point) {
@@ -244,7 +268,7 @@ void X11Input::warpPointer(Point point) {
 void X11Input::post(const std::vector<const SyntheticEvent*>& events) {
     auto lock = x11_.lock();
     ::Display* display = x11_.display();
-    if (display == nullptr) {
+    if (display == nullptr || libxtst() == nullptr) {
         return;
     }
     for (const SyntheticEvent* event : events) {
@@ -268,21 +292,21 @@ void X11Input::post(const std::vector<const SyntheticEvent*>& events) {
 void X11Input::postMouse(::Display* display, const SyntheticEvent& event) {
     // CGEventType values: left down/up 1/2, right down/up 3/4, moved 5, left and
     // right dragged 6/7, other button down/up/dragged 25/26/27.
-    XTestFakeMotionEvent(display, DefaultScreen(display), pixel(event.point.x),
-                         pixel(event.point.y), CurrentTime);
+    xtest().XTestFakeMotionEvent(display, DefaultScreen(display), pixel(event.point.x),
+                                 pixel(event.point.y), CurrentTime);
     switch (event.mouseType) {
         case 1:
         case 2:
-            XTestFakeButtonEvent(display, xButtonOf(0), event.mouseType == 1, CurrentTime);
+            xtest().XTestFakeButtonEvent(display, xButtonOf(0), event.mouseType == 1, CurrentTime);
             break;
         case 3:
         case 4:
-            XTestFakeButtonEvent(display, xButtonOf(1), event.mouseType == 3, CurrentTime);
+            xtest().XTestFakeButtonEvent(display, xButtonOf(1), event.mouseType == 3, CurrentTime);
             break;
         case 25:
         case 26:
-            XTestFakeButtonEvent(display, xButtonOf(event.mouseButton), event.mouseType == 25,
-                                 CurrentTime);
+            xtest().XTestFakeButtonEvent(display, xButtonOf(event.mouseButton),
+                                         event.mouseType == 25, CurrentTime);
             break;
         default:
             break;  // a move or drag: the motion is all
@@ -301,7 +325,7 @@ void X11Input::postKeyboard(::Display* display, const SyntheticEvent& event) {
         }
     } else if (auto keysym = keysymForVirtualKey(event.virtualKey)) {
         if (auto stroke = strokeFor(display, *keysym)) {
-            XTestFakeKeyEvent(display, stroke->code, event.keyDown, CurrentTime);
+            xtest().XTestFakeKeyEvent(display, stroke->code, event.keyDown, CurrentTime);
         }
     }
     if (!event.keyDown) {
@@ -312,8 +336,8 @@ void X11Input::postKeyboard(::Display* display, const SyntheticEvent& event) {
 void X11Input::postScroll(::Display* display, const SyntheticEvent& event) {
     auto click = [&](unsigned int button, int32_t clicks) {
         for (int32_t i = 0; i < clicks; ++i) {
-            XTestFakeButtonEvent(display, button, True, CurrentTime);
-            XTestFakeButtonEvent(display, button, False, CurrentTime);
+            xtest().XTestFakeButtonEvent(display, button, True, CurrentTime);
+            xtest().XTestFakeButtonEvent(display, button, False, CurrentTime);
         }
     };
     if (event.wheelVertical != 0) {
@@ -338,12 +362,12 @@ void X11Input::typeCodePoint(::Display* display, char32_t codePoint) {
     }
     KeyCode shift = stroke->shifted ? XKeysymToKeycode(display, XK_Shift_L) : 0;
     if (shift != 0) {
-        XTestFakeKeyEvent(display, shift, True, CurrentTime);
+        xtest().XTestFakeKeyEvent(display, shift, True, CurrentTime);
     }
-    XTestFakeKeyEvent(display, stroke->code, True, CurrentTime);
-    XTestFakeKeyEvent(display, stroke->code, False, CurrentTime);
+    xtest().XTestFakeKeyEvent(display, stroke->code, True, CurrentTime);
+    xtest().XTestFakeKeyEvent(display, stroke->code, False, CurrentTime);
     if (shift != 0) {
-        XTestFakeKeyEvent(display, shift, False, CurrentTime);
+        xtest().XTestFakeKeyEvent(display, shift, False, CurrentTime);
     }
 }
 
@@ -355,7 +379,7 @@ void X11Input::pressModifiers(::Display* display, uint64_t flags, bool press) {
     for (KeySym keysym : keys) {
         KeyCode code = XKeysymToKeycode(display, keysym);
         if (code != 0) {
-            XTestFakeKeyEvent(display, code, press, CurrentTime);
+            xtest().XTestFakeKeyEvent(display, code, press, CurrentTime);
         }
     }
 }

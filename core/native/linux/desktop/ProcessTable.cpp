@@ -25,24 +25,29 @@ std::string entryPath(int32_t processId, const char* entry) {
     return std::to_string(processId) + "/" + entry;
 }
 
-// A /proc file's whole contents; empty when unreadable (another user's process,
-// or one that has just ended). Read with plain system calls: a stream costs
-// twice as much.
-std::string readProcFile(int32_t processId, const char* entry) {
+// The whole of /proc/PID/environ or /proc/PID/cmdline; empty when unreadable
+// (another user's process, or one that has just ended). Read with plain system
+// calls: a stream costs twice as much. The kernel fills a read of these files
+// as far as the process's strings reach, so a read that comes back short has
+// reached their end and no further read is needed to find it.
+std::string readProcStrings(int32_t processId, const char* entry) {
     std::string contents;
     const int file =
         openat(procDirectory(), entryPath(processId, entry).c_str(), O_RDONLY | O_CLOEXEC);
     if (file < 0) {
         return contents;
     }
-    char buffer[8192];
+    char buffer[16384];
     while (true) {
         const ssize_t got = read(file, buffer, sizeof buffer);
-        if (got > 0) {
-            contents.append(buffer, static_cast<size_t>(got));
-        } else if (got < 0 && errno == EINTR) {
+        if (got < 0 && errno == EINTR) {
             continue;
-        } else {
+        }
+        if (got <= 0) {
+            break;
+        }
+        contents.append(buffer, static_cast<size_t>(got));
+        if (static_cast<size_t>(got) < sizeof buffer) {
             break;
         }
     }
@@ -138,7 +143,7 @@ ProcessFacts processFacts(int32_t processId, const std::string& executablePath,
     constexpr std::string_view kLaunchedFile = "GIO_LAUNCHED_DESKTOP_FILE=";
     constexpr std::string_view kLaunchedPid = "GIO_LAUNCHED_DESKTOP_FILE_PID=";
     constexpr std::string_view kDisplay = "DISPLAY=";
-    for (const auto& variable : nulSeparated(readProcFile(processId, "environ"))) {
+    for (const auto& variable : nulSeparated(readProcStrings(processId, "environ"))) {
         if (variable.starts_with(kLaunchedFile)) {
             facts.launchedDesktopFile = variable.substr(kLaunchedFile.size());
         } else if (variable.starts_with(kLaunchedPid)) {
@@ -152,7 +157,7 @@ ProcessFacts processFacts(int32_t processId, const std::string& executablePath,
     }
 
     facts.executablePath = executablePath;
-    auto arguments = nulSeparated(readProcFile(processId, "cmdline"));
+    auto arguments = nulSeparated(readProcStrings(processId, "cmdline"));
     if (!arguments.empty()) {
         facts.commandName = baseName(arguments.front());
     }

@@ -44,9 +44,13 @@ std::optional<std::string> DesktopWorkspace::frontmostApplicationId() {
         if (!window) {
             return std::nullopt;
         }
-        front = windowFacts(display, *window);
-        processId = front.processId;
         windows = topLevelWindows(display);
+        // The window in front is normally one of them, already asked about.
+        auto listed = std::find_if(windows.begin(), windows.end(), [&](const WindowFacts& facts) {
+            return facts.window == *window;
+        });
+        front = listed != windows.end() ? *listed : windowFacts(display, *window);
+        processId = front.processId;
     }
     const auto executable = executableOf(*processId);
     if (!executable) {

@@ -18,19 +18,33 @@
 namespace velmora::native::freedesktop {
 namespace {
 
-// A child that waits on its standard input until the test ends it. posix_spawn
-// returns once the child runs `program`, so /proc already shows it.
+// A shell that says it is ready and then waits on its standard input until the
+// test ends it. It is read only once it has said so: until an exec is complete
+// /proc shows the new executable with no arguments and no environment yet.
 class Child {
   public:
-    Child(const std::vector<std::string>& arguments, const std::vector<std::string>& environment) {
-        int pipeEnds[2];
-        if (pipe(pipeEnds) != 0) {
+    Child(const std::string& commandName, const std::vector<std::string>& environment,
+          const std::string& extraArgument = "") {
+        int input[2];
+        int output[2];
+        if (pipe(input) != 0) {
+            return;
+        }
+        if (pipe(output) != 0) {
+            close(input[0]);
+            close(input[1]);
             return;
         }
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_adddup2(&actions, pipeEnds[0], STDIN_FILENO);
-        posix_spawn_file_actions_addclose(&actions, pipeEnds[1]);
+        posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
+        posix_spawn_file_actions_addclose(&actions, input[1]);
+        posix_spawn_file_actions_addclose(&actions, output[0]);
+        std::vector<std::string> arguments = {commandName, "-c", "echo ready; read line"};
+        if (!extraArgument.empty()) {
+            arguments.push_back(extraArgument);
+        }
         std::vector<char*> argv;
         for (const auto& argument : arguments) {
             argv.push_back(const_cast<char*>(argument.c_str()));
@@ -41,13 +55,20 @@ class Child {
             envp.push_back(const_cast<char*>(variable.c_str()));
         }
         envp.push_back(nullptr);
-        if (posix_spawn(&processId_, "/bin/cat", &actions, nullptr, argv.data(), envp.data()) !=
-            0) {
+        if (posix_spawn(&processId_, "/bin/sh", &actions, nullptr, argv.data(), envp.data()) != 0) {
             processId_ = 0;
         }
         posix_spawn_file_actions_destroy(&actions);
-        close(pipeEnds[0]);
-        input_ = pipeEnds[1];
+        close(input[0]);
+        close(output[1]);
+        input_ = input[1];
+        std::string said;
+        char byte = 0;
+        while (processId_ > 0 && said != "ready\n" && read(output[0], &byte, 1) == 1) {
+            said += byte;
+        }
+        close(output[0]);
+        ready_ = said == "ready\n";
     }
     ~Child() {
         if (input_ >= 0) {
@@ -61,21 +82,22 @@ class Child {
     Child(const Child&) = delete;
     Child& operator=(const Child&) = delete;
 
-    pid_t processId() const { return processId_; }
+    pid_t processId() const { return ready_ ? processId_ : 0; }
 
   private:
     pid_t processId_ = 0;
     int input_ = -1;
+    bool ready_ = false;
 };
 
 TEST(ProcessTable, ReadsTheLaunchVariablesDisplayAndCommandName) {
-    Child child({"velmora-named-cat", "-"},
+    Child child("velmora-named-sh",
                 {"HOME=/nowhere", "GIO_LAUNCHED_DESKTOP_FILE=/usr/share/applications/x.desktop",
                  "GIO_LAUNCHED_DESKTOP_FILE_PID=17", "DISPLAY=:42"});
     ASSERT_GT(child.processId(), 0);
     const auto executable = executableOf(child.processId());
     ASSERT_TRUE(executable.has_value());
-    EXPECT_EQ(executable->substr(executable->rfind('/') + 1), "cat");
+    EXPECT_NE(executable->find("sh"), std::string::npos) << *executable;
 
     const ProcessFacts facts = processFacts(child.processId(), *executable, {});
     EXPECT_EQ(facts.processId, child.processId());
@@ -83,7 +105,7 @@ TEST(ProcessTable, ReadsTheLaunchVariablesDisplayAndCommandName) {
     EXPECT_EQ(facts.launchedDesktopFile, "/usr/share/applications/x.desktop");
     EXPECT_EQ(facts.launchedDesktopFilePid, 17);
     EXPECT_EQ(facts.display, ":42");
-    EXPECT_EQ(facts.commandName, "velmora-named-cat");
+    EXPECT_EQ(facts.commandName, "velmora-named-sh");
 }
 
 TEST(ProcessTable, ReadsEnvironmentsLongerThanOneRead) {
@@ -94,26 +116,26 @@ TEST(ProcessTable, ReadsEnvironmentsLongerThanOneRead) {
     }
     environment.push_back("GIO_LAUNCHED_DESKTOP_FILE=/far/away.desktop");
     environment.push_back("DISPLAY=:7");
-    Child child({"/usr/bin/velmora-long-cat", std::string(40000, 'a')}, environment);
+    Child child("/usr/bin/velmora-long-sh", environment, std::string(40000, 'a'));
     ASSERT_GT(child.processId(), 0);
-    const ProcessFacts facts = processFacts(child.processId(), "/bin/cat", {});
+    const ProcessFacts facts = processFacts(child.processId(), "/bin/sh", {});
     EXPECT_EQ(facts.launchedDesktopFile, "/far/away.desktop");
     EXPECT_EQ(facts.launchedDesktopFilePid, std::nullopt);
     EXPECT_EQ(facts.display, ":7");
-    EXPECT_EQ(facts.commandName, "velmora-long-cat");
+    EXPECT_EQ(facts.commandName, "velmora-long-sh");
 }
 
 TEST(ProcessTable, AProcessWithoutEnvironmentHasNoLaunchFacts) {
-    Child child({"cat"}, {});
+    Child child("sh", {});
     ASSERT_GT(child.processId(), 0);
-    const ProcessFacts facts = processFacts(child.processId(), "/bin/cat", {});
+    const ProcessFacts facts = processFacts(child.processId(), "/bin/sh", {});
     EXPECT_EQ(facts.launchedDesktopFile, std::nullopt);
     EXPECT_EQ(facts.display, std::nullopt);
-    EXPECT_EQ(facts.commandName, "cat");
+    EXPECT_EQ(facts.commandName, "sh");
 }
 
 TEST(ProcessTable, ListsTheChildAmongTheUsersProcesses) {
-    Child child({"cat"}, {});
+    Child child("sh", {});
     ASSERT_GT(child.processId(), 0);
     const auto processes = userProcesses();
     EXPECT_TRUE(std::is_sorted(

@@ -10,24 +10,6 @@ namespace velmora {
 
 namespace {
 
-// Walks without recursion: documents may be deep.
-bool allNumbersFinite(const Json& document) {
-    std::vector<const Json*> pending{&document};
-    while (!pending.empty()) {
-        const Json* value = pending.back();
-        pending.pop_back();
-        if (value->is_number_float() && !std::isfinite(value->get<double>())) {
-            return false;
-        }
-        if (value->is_structured()) {
-            for (const auto& child : *value) {
-                pending.push_back(&child);
-            }
-        }
-    }
-    return true;
-}
-
 void appendHex4(std::string& out, unsigned value) {
     static constexpr char kDigits[] = "0123456789abcdef";
     out += "\\u";
@@ -36,11 +18,26 @@ void appendHex4(std::string& out, unsigned value) {
     }
 }
 
+bool isPlain(unsigned char c) {
+    return c >= 0x20 && c < 0x80 && c != '"' && c != '\\' && c != '/';
+}
+
 // A string in quotes, with only the escapes JSON requires and every "/" as
 // "\/". Ill-formed UTF-8 becomes U+FFFD, one per maximal ill-formed sequence.
 void appendString(std::string& out, const std::string& text) {
     out += '"';
     for (size_t at = 0; at < text.size();) {
+        // Printable ASCII other than the quote, the backslash and the slash is
+        // copied as it stands, a run at a time: most texts are nothing else.
+        size_t plain = at;
+        while (plain < text.size() && isPlain(static_cast<unsigned char>(text[plain]))) {
+            ++plain;
+        }
+        if (plain > at) {
+            out.append(text, at, plain - at);
+            at = plain;
+            continue;
+        }
         const unsigned char c = static_cast<unsigned char>(text[at]);
         if (c >= 0x80) {
             const Utf8Character character = readUtf8(text, at);
@@ -89,8 +86,9 @@ void appendString(std::string& out, const std::string& text) {
     out += '"';
 }
 
-// Anything but a non-empty object or array.
-void appendScalar(std::string& out, const Json& value) {
+// Anything but a non-empty object or array; false, for a number JSON cannot
+// write (infinite or not a number).
+bool appendScalar(std::string& out, const Json& value) {
     switch (value.type()) {
         case Json::value_t::object:
             out += "{}";
@@ -111,12 +109,16 @@ void appendScalar(std::string& out, const Json& value) {
             out += std::to_string(value.get<uint64_t>());
             break;
         case Json::value_t::number_float:
+            if (!std::isfinite(value.get<double>())) {
+                return false;
+            }
             out += jsonNumberText(value.get<double>());
             break;
         default:
             out += "null";
             break;
     }
+    return true;
 }
 
 bool opensLevel(const Json& value) {
@@ -138,22 +140,22 @@ struct Level {
 }  // namespace
 
 std::optional<std::string> renderDocument(const Json& document) {
-    if (!allNumbersFinite(document)) {
-        return std::nullopt;
-    }
     // Two-space indentation, one member per line, "key": value. Objects keep
     // their keys in a std::map, so every level comes out sorted.
+    // A document with a number JSON cannot write is not written at all.
     std::string out;
     std::vector<Level> open;
     auto write = [&](const Json& value, size_t depth) {
         if (!opensLevel(value)) {
-            appendScalar(out, value);
-            return;
+            return appendScalar(out, value);
         }
         out += value.is_object() ? '{' : '[';
         open.push_back(Level{&value, value.cbegin(), depth});
+        return true;
     };
-    write(document, 0);
+    if (!write(document, 0)) {
+        return std::nullopt;
+    }
     while (!open.empty()) {
         Level& level = open.back();
         const bool first = level.next == level.container->cbegin();
@@ -175,7 +177,9 @@ std::optional<std::string> renderDocument(const Json& document) {
             out += ": ";
         }
         // `level` may move when a nested level opens; it is not used after this.
-        write(*member, level.depth + 1);
+        if (!write(*member, level.depth + 1)) {
+            return std::nullopt;
+        }
     }
     out += '\n';
     return out;

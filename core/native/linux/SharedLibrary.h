@@ -24,16 +24,17 @@ class SharedLibrary {
     SharedLibrary(const SharedLibrary&) = delete;
     SharedLibrary& operator=(const SharedLibrary&) = delete;
 
-    // Opens the library on the first call; false, with `error()` set, when it
-    // cannot be opened.
-    bool open();
-    // The address of a function of the opened library, or nullptr (and
-    // `error()` set) when the library has none of that name.
+    // The address of a function of the library, opened by the first call; or
+    // nullptr (and `error()` set) when the library cannot be opened or has no
+    // function of that name.
     void* function(const char* name);
     // Why the library or a function of it is missing: the loader's words.
     const std::string& error() const { return error_; }
 
   private:
+    // Opens the library once; false, with `error()` set, when it cannot be.
+    bool open();
+
     const char* soname_;
     std::once_flag opened_;
     void* handle_ = nullptr;

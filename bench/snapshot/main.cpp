@@ -725,8 +725,8 @@ void printRows(const std::vector<Row>& rows) {
     }
 
     static const std::array<const char*, kAtspiCallCount> kCallNames = {
-        "role",    "name",  "id",    "ifaces", "states", "children", "count", "child@",
-        "extents", "value", "chars", "text",   "cache",  "toolkit",  "pid"};
+        "role",   "name",    "id",    "props", "ifaces", "states", "children", "count",
+        "child@", "extents", "value", "chars", "text",   "cache",  "toolkit",  "pid"};
     std::printf("\nThe same requests per element by kind.\n\n%-36s %-9s", "target", "reader");
     for (const char* name : kCallNames) {
         std::printf(" %7s", name);

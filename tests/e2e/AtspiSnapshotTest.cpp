@@ -56,6 +56,7 @@ class FakeApplication : public AtspiTransport {
     std::map<std::string, FakeObject> objects;
     bool offersCache = true;
     bool refusesGetChildren = false;
+    bool refusesPropertyBatches = false;
     std::string toolkit;  // its ToolkitName
     std::vector<AtspiRequest> sent;
     int waits = 0;
@@ -167,6 +168,21 @@ class FakeApplication : public AtspiTransport {
                 break;
             case AtspiCall::accessibleId:
                 reply.text = object.id;
+                break;
+            case AtspiCall::properties:
+                if (refusesPropertyBatches) {
+                    return AtspiReply::failure();
+                }
+                // A property whose own request fails is left out.
+                if (object.failing.count(AtspiCall::name) == 0) {
+                    reply.properties.name = object.name;
+                }
+                if (object.failing.count(AtspiCall::accessibleId) == 0) {
+                    reply.properties.accessibleId = object.id;
+                }
+                if (object.failing.count(AtspiCall::childCount) == 0) {
+                    reply.properties.childCount = static_cast<int32_t>(object.children.size());
+                }
                 break;
             case AtspiCall::interfaces:
                 for (const auto& name : object.interfaces) {
@@ -654,6 +670,75 @@ TEST_F(AtspiSnapshotTest, WithoutACacheTheStructuralStateAsksChildCountsAndNoSta
     EXPECT_EQ(application->count(AtspiCall::children, "/w/notes"), 0);
     // And the cache, refused, and the toolkit.
     EXPECT_EQ(application->sent.size(), 2u + 2u * elements + 2u + 13u);
+}
+
+TEST_F(AtspiSnapshotTest, WithoutACacheAQueryAsksNameIdentifierAndChildCountInOneRequest) {
+    application->toolkit = "Gecko";
+    addWideTree(5, 10);
+    const auto cached = query();
+    application->offersCache = false;
+    application->sent.clear();
+
+    EXPECT_EQ(query(), cached);
+    // Every element once for its properties (the window's tree once per pass),
+    // never for its name, identifier or child count alone; child lists only of
+    // the elements that have children: the application, the window, its boxes.
+    const int elements = 1 + 2 * 56;
+    EXPECT_EQ(application->count(AtspiCall::properties), elements);
+    EXPECT_EQ(application->count(AtspiCall::name), 0);
+    EXPECT_EQ(application->count(AtspiCall::accessibleId), 0);
+    EXPECT_EQ(application->count(AtspiCall::childCount), 0);
+    EXPECT_EQ(application->count(AtspiCall::children), 1 + 2 * 6);
+    EXPECT_EQ(application->count(AtspiCall::children, "/w/0/0"), 0);
+}
+
+TEST_F(AtspiSnapshotTest, AnApplicationRefusingPropertyBatchesIsAskedOnePropertyAtATime) {
+    application->toolkit = "gtk";
+    addWideTree(5, 10);
+    application->objects.at("/w/0/0").id = "first-label";
+    const auto cached = query();
+    application->offersCache = false;
+    application->refusesPropertyBatches = true;
+    application->sent.clear();
+
+    const auto walked = query();
+    EXPECT_EQ(walked, cached);
+    const auto first = std::find_if(walked.begin(), walked.end(), [](const ElementInfo& element) {
+        return element.title == "Label 0.0";
+    });
+    ASSERT_NE(first, walked.end());
+    EXPECT_EQ(first->identifier, "first-label");
+    // Refused once, it is not asked again in the same walk; of the elements
+    // asked for ahead in the meantime, each asks again one property at a time.
+    const int asked = application->count(AtspiCall::properties);
+    EXPECT_GE(asked, 1);
+    EXPECT_LE(asked, 9);  // the application and the look-ahead of its first read
+    const int elements = 1 + 2 * 56;
+    EXPECT_EQ(application->count(AtspiCall::name), elements);
+    EXPECT_EQ(application->count(AtspiCall::accessibleId), elements);
+    // Without a child count, every element's child list is asked for.
+    EXPECT_EQ(application->count(AtspiCall::children), elements);
+}
+
+TEST_F(AtspiSnapshotTest, OnlyToolkitsKnownToAnswerPropertyBatchesAreAskedForThem) {
+    // Qt's bridge leaves Properties.GetAll unanswered: asked, each element would
+    // wait out the time limit. Unknown toolkits are not asked either.
+    addWideTree(2, 3);
+    application->offersCache = false;
+    for (const char* toolkit : {"Qt", "", "SomethingNew"}) {
+        application->toolkit = toolkit;
+        application->sent.clear();
+        EXPECT_EQ(query().size(), 1u + 2u * 9u) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::properties), 0) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::name), 1 + 2 * 9) << toolkit;
+    }
+    for (const char* toolkit : {"gtk", "GTK", "Gecko", "Chromium"}) {
+        application->toolkit = toolkit;
+        application->sent.clear();
+        EXPECT_EQ(query().size(), 1u + 2u * 9u) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::properties), 1 + 2 * 9) << toolkit;
+        EXPECT_EQ(application->count(AtspiCall::name), 0) << toolkit;
+    }
 }
 
 TEST_F(AtspiSnapshotTest, WithoutACacheAStructuralWalkReadsALongChildListByIndex) {

@@ -8,26 +8,10 @@
 #include <functional>
 
 #include "core/native/linux/atspi/DBusMessageReader.h"
+#include "tests/e2e/MarshalledMessages.h"
 
 namespace velmora::native::freedesktop {
 namespace {
-
-// A method return to serial 41 whose body `append` writes, marshalled by libdbus.
-std::string methodReturn(const std::function<void(DBusMessageIter*)>& append) {
-    DBusMessage* message = dbus_message_new(DBUS_MESSAGE_TYPE_METHOD_RETURN);
-    dbus_message_set_reply_serial(message, 41);
-    dbus_message_set_serial(message, 5);
-    DBusMessageIter iter;
-    dbus_message_iter_init_append(message, &iter);
-    append(&iter);
-    char* bytes = nullptr;
-    int length = 0;
-    EXPECT_TRUE(dbus_message_marshal(message, &bytes, &length));
-    std::string marshalled(bytes, static_cast<size_t>(length));
-    dbus_free(bytes);
-    dbus_message_unref(message);
-    return marshalled;
-}
 
 void appendString(DBusMessageIter* iter, const char* text) {
     dbus_message_iter_append_basic(iter, DBUS_TYPE_STRING, &text);
@@ -139,6 +123,91 @@ TEST(DBusMessageReaderTest, ArraysOfStructsIncludingEmptyOnes) {
     EXPECT_EQ(after, 7u);
     EXPECT_TRUE(reader.atEnd());
     EXPECT_EQ(paths, (std::vector<std::string>{"/a", "/org/a11y/atspi/null"}));
+}
+
+TEST(DBusMessageReaderTest, ValuesOfAnyTypeArePassedOver) {
+    const std::string bytes = methodReturn([](DBusMessageIter* iter) {
+        // a{sv} holding a variant of a variant, then (ybnqxtdg), then as.
+        DBusMessageIter dict;
+        dbus_message_iter_open_container(iter, DBUS_TYPE_ARRAY, "{sv}", &dict);
+        DBusMessageIter entry;
+        dbus_message_iter_open_container(&dict, DBUS_TYPE_DICT_ENTRY, nullptr, &entry);
+        appendString(&entry, "nested");
+        DBusMessageIter outer;
+        dbus_message_iter_open_container(&entry, DBUS_TYPE_VARIANT, "v", &outer);
+        DBusMessageIter inner;
+        dbus_message_iter_open_container(&outer, DBUS_TYPE_VARIANT, "x", &inner);
+        dbus_int64_t big = -1;
+        dbus_message_iter_append_basic(&inner, DBUS_TYPE_INT64, &big);
+        dbus_message_iter_close_container(&outer, &inner);
+        dbus_message_iter_close_container(&entry, &outer);
+        dbus_message_iter_close_container(&dict, &entry);
+        dbus_message_iter_close_container(iter, &dict);
+
+        DBusMessageIter fields;
+        dbus_message_iter_open_container(iter, DBUS_TYPE_STRUCT, nullptr, &fields);
+        unsigned char byte = 9;
+        dbus_bool_t flag = TRUE;
+        dbus_int16_t shortNumber = -3;
+        dbus_uint16_t unsignedShort = 3;
+        dbus_int64_t longNumber = 1;
+        dbus_uint64_t unsignedLong = 2;
+        double real = 0.5;
+        const char* signature = "a(so)";
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_BYTE, &byte);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_BOOLEAN, &flag);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_INT16, &shortNumber);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_UINT16, &unsignedShort);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_INT64, &longNumber);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_UINT64, &unsignedLong);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_DOUBLE, &real);
+        dbus_message_iter_append_basic(&fields, DBUS_TYPE_SIGNATURE, &signature);
+        dbus_message_iter_close_container(iter, &fields);
+
+        DBusMessageIter names;
+        dbus_message_iter_open_container(iter, DBUS_TYPE_ARRAY, "s", &names);
+        appendString(&names, "one");
+        appendString(&names, "two");
+        dbus_message_iter_close_container(iter, &names);
+        dbus_uint32_t after = 7;
+        dbus_message_iter_append_basic(iter, DBUS_TYPE_UINT32, &after);
+    });
+    auto message = readDBusMessage(bytes);
+    ASSERT_TRUE(message);
+    EXPECT_EQ(message->signature, "a{sv}(ybnqxtdg)asu");
+    DBusBodyReader reader(message->body, message->bigEndian);
+    ASSERT_TRUE(reader.skip("a{sv}"));
+    ASSERT_TRUE(reader.skip("(ybnqxtdg)"));
+    ASSERT_TRUE(reader.skip("as"));
+    uint32_t after = 0;
+    ASSERT_TRUE(reader.uint32(after));
+    EXPECT_EQ(after, 7u);
+    EXPECT_TRUE(reader.atEnd());
+}
+
+TEST(DBusMessageReaderTest, PassingOverChecksTheTypeAndTheValue) {
+    const std::string bytes = methodReturn([](DBusMessageIter* iter) {
+        dbus_uint32_t two = 2;
+        dbus_message_iter_append_basic(iter, DBUS_TYPE_UINT32, &two);
+    });
+    auto message = readDBusMessage(bytes);
+    ASSERT_TRUE(message);
+    // Only a single complete type can be passed over.
+    for (std::string_view type :
+         {"", "uu", "a", "(", "()", "(u", "a{vs}", "{su}", "a{s}", "a{suu}", "z", "h"}) {
+        DBusBodyReader reader(message->body, message->bigEndian);
+        EXPECT_FALSE(reader.skip(type)) << type;
+        EXPECT_FALSE(reader.ok()) << type;
+    }
+    // 2 is no boolean; as a number it is fine.
+    DBusBodyReader asBoolean(message->body, message->bigEndian);
+    EXPECT_FALSE(asBoolean.skip("b"));
+    DBusBodyReader asNumber(message->body, message->bigEndian);
+    EXPECT_TRUE(asNumber.skip("u"));
+    EXPECT_TRUE(asNumber.atEnd());
+    // Containers nested deeper than D-Bus allows are refused unread.
+    DBusBodyReader deep(message->body, message->bigEndian);
+    EXPECT_FALSE(deep.skip(std::string(40, 'a') + "u"));
 }
 
 TEST(DBusMessageReaderTest, ErrorsAndSignalsAreReadToo) {

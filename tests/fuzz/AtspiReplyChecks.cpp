@@ -21,11 +21,12 @@ using namespace velmora::native;
 using namespace velmora::native::freedesktop;
 
 constexpr AtspiCall kCalls[] = {
-    AtspiCall::role,         AtspiCall::name,           AtspiCall::accessibleId,
-    AtspiCall::interfaces,   AtspiCall::states,         AtspiCall::children,
-    AtspiCall::childCount,   AtspiCall::childAtIndex,   AtspiCall::extents,
-    AtspiCall::currentValue, AtspiCall::characterCount, AtspiCall::text,
-    AtspiCall::cacheItems,   AtspiCall::toolkitName,    AtspiCall::processId,
+    AtspiCall::role,       AtspiCall::name,         AtspiCall::accessibleId,
+    AtspiCall::properties, AtspiCall::interfaces,   AtspiCall::states,
+    AtspiCall::children,   AtspiCall::childCount,   AtspiCall::childAtIndex,
+    AtspiCall::extents,    AtspiCall::currentValue, AtspiCall::characterCount,
+    AtspiCall::text,       AtspiCall::cacheItems,   AtspiCall::toolkitName,
+    AtspiCall::processId,
 };
 
 void require(bool holds, const char* what) {
@@ -91,6 +92,17 @@ void checkReply(AtspiCall call, const AtspiReply& reply, AtspiRecord& record) {
             break;
         case AtspiCall::accessibleId:
             record.accessibleId.answer(reply.text);
+            break;
+        case AtspiCall::properties:
+            if (reply.properties.name) {
+                require(isValidUtf8(*reply.properties.name), "a name that is not valid UTF-8");
+                record.name.answer(*reply.properties.name);
+            }
+            if (reply.properties.accessibleId) {
+                require(isValidUtf8(*reply.properties.accessibleId),
+                        "an identifier that is not valid UTF-8");
+                record.accessibleId.answer(*reply.properties.accessibleId);
+            }
             break;
         case AtspiCall::interfaces:
             record.interfaces.answer(reply.interfaces);

@@ -4,15 +4,14 @@
 //
 // Starts PROGRAM, waits until it shows on the accessibility bus, then walks its
 // tree breadth-first (at most 40 objects) and asks each object every question the
-// pipelined reader asks (role, name, identifier, interfaces, states, children,
-// child count, child at index 0, screen extents, current value, character count,
-// text, and the application's cache once). Each answer, error answers included,
-// is written to OUTPUT_DIR as the bytes of the message as they came over the
-// bus (marshalled again by libdbus), one message per file, named after the
-// program, the question and a hash of the bytes so that identical answers are
-// kept once; answers over 16 KiB are left out to keep the seeds small. The
-// program is stopped by its process id at the end. Run it on a desktop with an
-// accessibility bus (scripts/desktop); it exits 1 when nothing was recorded.
+// pipelined reader asks (role, name, identifier, all its Accessible properties, interfaces, states,
+// children, child count, child at index 0, screen extents, current value, character count, text,
+// and the application's cache once). Each answer, error answers included, is written to OUTPUT_DIR
+// as the bytes of the message as they came over the bus (marshalled again by libdbus), one message
+// per file, named after the program, the question and a hash of the bytes so that identical answers
+// are kept once; answers over 16 KiB are left out to keep the seeds small. The program is stopped
+// by its process id at the end. Run it on a desktop with an accessibility bus (scripts/desktop); it
+// exits 1 when nothing was recorded.
 
 #include <signal.h>
 #include <sys/wait.h>
@@ -273,6 +272,9 @@ int main(int argc, char** argv) {
             recorder.record("role", call(bus, method(object, accessible, "GetRole")));
             recorder.record("name", call(bus, property(object, accessible, "Name")));
             recorder.record("id", call(bus, property(object, accessible, "AccessibleId")));
+            DBusMessage* everything = method(object, "org.freedesktop.DBus.Properties", "GetAll");
+            dbus_message_append_args(everything, DBUS_TYPE_STRING, &accessible, DBUS_TYPE_INVALID);
+            recorder.record("properties", call(bus, everything));
             recorder.record("interfaces", call(bus, method(object, accessible, "GetInterfaces")));
             recorder.record("states", call(bus, method(object, accessible, "GetState")));
             recorder.record("count", call(bus, property(object, accessible, "ChildCount")));

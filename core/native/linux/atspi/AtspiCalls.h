@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -73,10 +74,20 @@ struct AtspiCacheItem {
     AtspiStateBits states{};
 };
 
+// What Properties.GetAll on an object's Accessible interface lists, of what the
+// reader uses. Each is absent where the answer does not list it, or lists it
+// with another type than the property has.
+struct AtspiAccessibleProperties {
+    std::optional<std::string> name;
+    std::optional<std::string> accessibleId;
+    std::optional<int32_t> childCount;
+};
+
 enum class AtspiCall {
     role,            // Accessible.GetRole                         -> number
     name,            // Accessible property Name                    -> text
     accessibleId,    // Accessible property AccessibleId            -> text
+    properties,      // every Accessible property at once           -> properties
     interfaces,      // Accessible.GetInterfaces                    -> interfaces
     states,          // Accessible.GetState                         -> states
     children,        // Accessible.GetChildren                      -> references
@@ -114,6 +125,7 @@ struct AtspiReply {
     AtspiExtents extents;
     std::vector<AtspiAddress> references;  // in order, null references included
     std::vector<AtspiCacheItem> items;
+    AtspiAccessibleProperties properties;
 
     static AtspiReply failure() { return {}; }
     static AtspiReply noAnswer() {

@@ -105,6 +105,11 @@ bool cachedChildlessMeansNoChildren(const std::string& toolkitName) {
     return toolkitName == "gtk";
 }
 
+bool answersPropertyBatches(const std::string& toolkitName) {
+    return toolkitName == "gtk" || toolkitName == "GTK" || toolkitName == "Gecko" ||
+           toolkitName == "Chromium";
+}
+
 bool roleNamedByStates(uint32_t role) {
     return isTextRole(role) || role == ATSPI_ROLE_COMBO_BOX;
 }

@@ -77,6 +77,13 @@ bool readsTextToTheEndAtMinusOne(const std::string& toolkitName);
 // application object, which has windows; others are not known.
 bool cachedChildlessMeansNoChildren(const std::string& toolkitName);
 
+// Whether an application of that toolkit answers Properties.GetAll on an
+// object's Accessible interface with the properties Get gives one at a time:
+// ATK's bridge does (GTK 3 "gtk", Gecko, Chromium), and so does GTK 4 ("GTK").
+// Qt's bridge never answers it, so that each request waits out the time limit;
+// others are not known.
+bool answersPropertyBatches(const std::string& toolkitName);
+
 // Whether the states name the role (a multi-line text, an editable combo box):
 // for every other role, roleAnswer needs the role alone.
 bool roleNamedByStates(uint32_t role);

@@ -78,6 +78,38 @@ bool readCacheItem(DBusBodyReader& reader, AtspiCacheItem& item) {
     return true;
 }
 
+// Properties.GetAll's a{sv}, keeping the properties the reader uses. A property
+// listed twice makes the answer malformed.
+bool readAccessibleProperties(DBusBodyReader& reader, AtspiAccessibleProperties& out) {
+    return readArray(reader, 8, [&] {
+        std::string_view key;
+        std::string_view type;
+        if (!reader.beginStruct() || !reader.string(key) || !reader.beginVariant(type)) {
+            return false;
+        }
+        std::optional<std::string>* text = key == "Name"           ? &out.name
+                                           : key == "AccessibleId" ? &out.accessibleId
+                                                                   : nullptr;
+        if (text != nullptr && type == "s") {
+            std::string_view value;
+            if (text->has_value() || !reader.string(value)) {
+                return false;
+            }
+            text->emplace(value);
+            return true;
+        }
+        if (key == "ChildCount" && type == "i") {
+            int32_t count = 0;
+            if (out.childCount.has_value() || !reader.int32(count)) {
+                return false;
+            }
+            out.childCount = count;
+            return true;
+        }
+        return reader.skip(type);
+    });
+}
+
 }  // namespace
 
 AtspiReply parseAtspiReply(AtspiCall call, const DBusMessageView& message) {
@@ -110,6 +142,9 @@ AtspiReply parseAtspiReply(AtspiCall call, const DBusMessageView& message) {
         case AtspiCall::currentValue:
             ok = signature == "v" && reader.beginVariant(type) && type == "d" &&
                  reader.float64(reply.real);
+            break;
+        case AtspiCall::properties:
+            ok = signature == "a{sv}" && readAccessibleProperties(reader, reply.properties);
             break;
         case AtspiCall::interfaces:
             ok = signature == "as" && readInterfaces(reader, reply.interfaces);

@@ -110,6 +110,8 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     void want(Attributes attributes, const std::shared_ptr<Node>& node);
     bool wanted(int attribute) const { return (wanted_ & bit(attribute)) != 0; }
     void askChildren(const std::shared_ptr<Node>& node);
+    void askChildCount(const std::shared_ptr<Node>& node);
+    void askProperties(const std::shared_ptr<Node>& node);
     void askChildSlots(const std::shared_ptr<Node>& node, size_t upTo);
     void visit(Node& node);
     std::shared_ptr<Node> batchHorizon(Stream* stream);
@@ -159,13 +161,17 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     Cache cache_ = Cache::notAsked;
     std::shared_ptr<const AtspiCacheIndex> index_;
     // The application's toolkit, asked for once, with the cache: whether a text
-    // is read to the end in one request, and whether an object the cache counts
-    // without children has none (AtspiRecord.h).
+    // is read to the end in one request, whether an object the cache counts
+    // without children has none, and whether properties come in batches
+    // (AtspiRecord.h).
     enum class Toolkit { notAsked, asked, known };
     Toolkit toolkit_ = Toolkit::notAsked;
     bool textToTheEnd_ = false;
     bool childlessInCache_ = false;
     uint64_t visits_ = 0;
+    // Whether the application is asked for its objects' properties in batches:
+    // where its toolkit is known to answer them, until one fails.
+    bool propertyBatches_ = false;
     bool toppingUp_ = false;
     // What the walk reads of every element, learnt from its first read: several
     // attributes at once tell which; a read of one attribute alone, everything.
@@ -439,6 +445,7 @@ void Snapshot::askToolkit() {
             if (auto self = weakSelf.lock()) {
                 self->textToTheEnd_ = reply.ok && readsTextToTheEndAtMinusOne(reply.text);
                 self->childlessInCache_ = reply.ok && cachedChildlessMeansNoChildren(reply.text);
+                self->propertyBatches_ = reply.ok && answersPropertyBatches(reply.text);
                 self->toolkit_ = Toolkit::known;
             }
         });
@@ -476,28 +483,25 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
         }
     } else {
         askFact(node, &AtspiRecord::role, &AtspiReply::number, AtspiCall::role);
+        // Its name and identifier come in one request, with its child count:
+        // an element the count says has no children needs no child list.
+        const bool batched = propertyBatches_ && (wanted(kTitle) || wanted(kIdentifier));
+        if (batched) {
+            askProperties(node);
+        }
         if (wanted(kValue)) {
             // The states: they give checkable elements their values, name some
             // roles (a multi-line text, an editable combo box) and say whether the
             // children are to be read one index at a time.
             askFact(node, &AtspiRecord::states, &AtspiReply::states, AtspiCall::states);
-        } else {
+        } else if (!batched) {
             // A walk without values needs the states only for the roles they
             // name (asked once the role is known); the child count decides how
             // the children are read, and that an element without any needs no
             // child list.
-            node->reportedChildCount.state = Fetched<int32_t>::State::asked;
-            ask(node, AtspiRequest{AtspiCall::childCount, node->address},
-                [](Node& answered, const AtspiReply& reply) {
-                    if (reply.ok) {
-                        answered.reportedChildCount.answer(reply.integer);
-                        answered.childCount = reply.integer;
-                    } else {
-                        answered.reportedChildCount.fail();
-                    }
-                });
+            askChildCount(node);
         }
-        if (wanted(kTitle)) {
+        if (wanted(kTitle) && !batched) {
             askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
         }
         // Which interfaces an object has does not change: read once, as libatspi does.
@@ -505,10 +509,59 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
             askFact(node, &AtspiRecord::interfaces, &AtspiReply::interfaces, AtspiCall::interfaces);
         }
     }
-    if (wanted(kIdentifier)) {
+    if (wanted(kIdentifier) && record.accessibleId.state == Fetched<std::string>::State::unasked) {
         askFact(node, &AtspiRecord::accessibleId, &AtspiReply::text, AtspiCall::accessibleId);
     }
     advance(node);
+}
+
+void Snapshot::askChildCount(const std::shared_ptr<Node>& node) {
+    node->reportedChildCount.state = Fetched<int32_t>::State::asked;
+    ask(node, AtspiRequest{AtspiCall::childCount, node->address},
+        [](Node& answered, const AtspiReply& reply) {
+            if (reply.ok) {
+                answered.reportedChildCount.answer(reply.integer);
+                answered.childCount = reply.integer;
+            } else {
+                answered.reportedChildCount.fail();
+            }
+        });
+}
+
+void Snapshot::askProperties(const std::shared_ptr<Node>& node) {
+    AtspiRecord& record = node->record;
+    record.name.state = Fetched<std::string>::State::asked;
+    record.accessibleId.state = Fetched<std::string>::State::asked;
+    node->reportedChildCount.state = Fetched<int32_t>::State::asked;
+    std::weak_ptr<Snapshot> weakSelf = weak_from_this();
+    ask(node, AtspiRequest{AtspiCall::properties, node->address},
+        [weakSelf](Node& answered, const AtspiReply& reply) {
+            AtspiRecord& stored = answered.record;
+            if (!reply.ok) {
+                // An application without property batches (or an object gone):
+                // the name and identifier are asked for one by one, and the
+                // children found as without a count. The rest of the walk asks
+                // one by one too rather than fail the same way for every element.
+                if (auto self = weakSelf.lock()) {
+                    self->propertyBatches_ = false;
+                }
+                stored.name.state = Fetched<std::string>::State::unasked;
+                stored.accessibleId.state = Fetched<std::string>::State::unasked;
+                answered.reportedChildCount.fail();
+                return;
+            }
+            // A property the answer leaves out is one its own request fails.
+            const AtspiAccessibleProperties& properties = reply.properties;
+            properties.name ? stored.name.answer(*properties.name) : stored.name.fail();
+            properties.accessibleId ? stored.accessibleId.answer(*properties.accessibleId)
+                                    : stored.accessibleId.fail();
+            if (properties.childCount) {
+                answered.reportedChildCount.answer(*properties.childCount);
+                answered.childCount = *properties.childCount;
+            } else {
+                answered.reportedChildCount.fail();
+            }
+        });
 }
 
 void Snapshot::askChildren(const std::shared_ptr<Node>& node) {
@@ -609,6 +662,16 @@ void Snapshot::askChildSlots(const std::shared_ptr<Node>& node, size_t upTo) {
 
 void Snapshot::advance(const std::shared_ptr<Node>& node) {
     AtspiRecord& record = node->record;
+
+    // Asked for in a batch the application refused: asked for one by one.
+    if (node->requested && wanted(kTitle) &&
+        record.name.state == Fetched<std::string>::State::unasked) {
+        askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
+    }
+    if (node->requested && wanted(kIdentifier) &&
+        record.accessibleId.state == Fetched<std::string>::State::unasked) {
+        askFact(node, &AtspiRecord::accessibleId, &AtspiReply::text, AtspiCall::accessibleId);
+    }
 
     if (node->requested && record.states.state == Fetched<AtspiStateBits>::State::unasked &&
         statesNeeded(*node)) {

@@ -53,6 +53,11 @@ DBusMethodCall callFor(const AtspiRequest& request, std::string_view destination
         case AtspiCall::accessibleId:
             property(kAccessibleInterface, "AccessibleId");
             break;
+        case AtspiCall::properties:
+            call.interface = kPropertiesInterface;
+            call.member = "GetAll";
+            call.arguments = {DBusArgument::ofString(kAccessibleInterface)};
+            break;
         case AtspiCall::interfaces:
             call.member = "GetInterfaces";
             break;

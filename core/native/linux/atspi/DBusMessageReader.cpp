@@ -53,6 +53,66 @@ bool isValidSignature(std::string_view signature) {
     return parentheses == 0 && braces == 0 && (signature.empty() || signature.back() != 'a');
 }
 
+constexpr std::string_view kBasicTypes = "ybnqiuxtdsogh";
+// How deep containers may nest in a value passed over: D-Bus allows 32 arrays
+// and 32 structs; answers the reader passes over need far fewer.
+constexpr int kDeepestValue = 32;
+
+// The length of the single complete type that starts `type`; 0 when none does.
+size_t completeTypeLength(std::string_view type, int depth) {
+    if (type.empty() || depth > kDeepestValue) {
+        return 0;
+    }
+    const char first = type.front();
+    if (first == 'v' || kBasicTypes.find(first) != std::string_view::npos) {
+        return 1;
+    }
+    if (first == 'a') {
+        if (type.size() > 1 && type[1] == '{') {
+            // A dict entry: a basic key and one complete value, only in an array.
+            if (type.size() < 3 || kBasicTypes.find(type[2]) == std::string_view::npos) {
+                return 0;
+            }
+            const size_t value = completeTypeLength(type.substr(3), depth + 1);
+            return value != 0 && type.size() > 3 + value && type[3 + value] == '}' ? 4 + value : 0;
+        }
+        const size_t element = completeTypeLength(type.substr(1), depth + 1);
+        return element != 0 ? 1 + element : 0;
+    }
+    if (first == '(') {
+        size_t at = 1;
+        while (at < type.size() && type[at] != ')') {
+            const size_t member = completeTypeLength(type.substr(at), depth + 1);
+            if (member == 0) {
+                return 0;
+            }
+            at += member;
+        }
+        return at > 1 && at < type.size() ? at + 1 : 0;
+    }
+    return 0;
+}
+
+size_t alignmentOf(char type) {
+    switch (type) {
+        case 'y':
+        case 'g':
+        case 'v':
+            return 1;
+        case 'n':
+        case 'q':
+            return 2;
+        case 'x':
+        case 't':
+        case 'd':
+        case '(':
+        case '{':
+            return 8;
+        default:
+            return 4;
+    }
+}
+
 // The header fields read here; the others are checked and passed over.
 constexpr uint8_t kReplySerial = 5;
 constexpr uint8_t kSignature = 8;
@@ -271,6 +331,79 @@ bool DBusBodyReader::beginArray(size_t elementAlignment, size_t& end) {
 
 bool DBusBodyReader::beginVariant(std::string_view& type) {
     return signature(type);
+}
+
+bool DBusBodyReader::skip(std::string_view type) {
+    if (type.empty() || completeTypeLength(type, 0) != type.size()) {
+        return fail();
+    }
+    return skipValue(type, 0);
+}
+
+// `type` is a single complete type, already checked.
+bool DBusBodyReader::skipValue(std::string_view type, int depth) {
+    std::string_view text;
+    uint32_t number = 0;
+    uint8_t small = 0;
+    const char* at = nullptr;
+    switch (type.front()) {
+        case 'y':
+            return byte(small);
+        case 'b':
+            return (uint32(number) && number <= 1) || fail();
+        case 'n':
+        case 'q':
+            return align(2) && take(2, at);
+        case 'i':
+        case 'u':
+            return uint32(number);
+        case 'x':
+        case 't':
+        case 'd':
+            return align(8) && take(8, at);
+        case 's':
+            return string(text);
+        case 'o':
+            return objectPath(text);
+        case 'g':
+            return signature(text);
+        case 'v':
+            if (!signature(text) || text.empty() ||
+                completeTypeLength(text, depth + 1) != text.size()) {
+                return fail();
+            }
+            return skipValue(text, depth + 1);
+        case 'a': {
+            const std::string_view element = type.substr(1);
+            size_t end = 0;
+            if (!beginArray(alignmentOf(element.front()), end)) {
+                return false;
+            }
+            while (more(end)) {
+                if (!skipValue(element, depth + 1)) {
+                    return false;
+                }
+            }
+            return ok_;
+        }
+        case '(':
+        case '{': {
+            if (!align(8)) {
+                return false;
+            }
+            size_t member = 1;
+            while (type[member] != ')' && type[member] != '}') {
+                const size_t length = completeTypeLength(type.substr(member), depth + 1);
+                if (!skipValue(type.substr(member, length), depth + 1)) {
+                    return false;
+                }
+                member += length;
+            }
+            return true;
+        }
+        default:
+            return fail();  // a Unix file descriptor
+    }
 }
 
 std::optional<DBusMessageView> readDBusMessage(std::string_view bytes) {

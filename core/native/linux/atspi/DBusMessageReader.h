@@ -64,11 +64,16 @@ class DBusBodyReader {
     bool beginStruct() { return align(8); }
     // A variant: its one-type signature, then the reader is at its value.
     bool beginVariant(std::string_view& type);
+    // Passes over one value of `type`, which must be a single complete type;
+    // every part of the value is checked as if it were read. Unix file
+    // descriptors, which only come with the message that carries them, fail.
+    bool skip(std::string_view type);
 
     bool ok() const { return ok_; }
     bool atEnd() const { return ok_ && offset_ == body_.size(); }
 
   private:
+    bool skipValue(std::string_view type, int depth);
     bool align(size_t boundary);
     bool take(size_t count, const char*& at);
     bool fail() { return ok_ = false; }

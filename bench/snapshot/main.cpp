@@ -3,7 +3,8 @@
 // libatspi call at a time, on velmora-fixture-tree at several sizes and on real
 // applications; and where the time goes: the agent's own CPU time, the
 // application's, the X server's, the accessibility bus daemon's (the agent's
-// reader also measured without its direct connection, over the bus), and what
+// reader also measured over a direct connection to the application, which the
+// agent does not open: the application would keep it), and what
 // other processes of the machine took. Also per element: the whole `query`
 // action as a process (velmora-agent run: process start, the query's walk and
 // the structural state's), the structural state alone, and the requests each
@@ -11,7 +12,7 @@
 // application.
 //
 //   velmora-bench-snapshot [--sizes 300,1000,3000] [--apps org.xfce.mousepad,galculator,gtk3-demo]
-//                          [--seconds S] [--readers agent,bus-only,baseline]
+//                          [--seconds S] [--readers agent,direct,baseline]
 //                          [--page N]
 //
 // --page N adds Firefox ESR showing a generated local page of about N accessible
@@ -479,7 +480,7 @@ struct Row {
     std::string target;
     Sample agent;
     Sample baseline;
-    Sample overTheBus;
+    Sample direct;
     Sample process;              // velmora-agent run with one query action, start to exit
     Sample structure;            // the structural state alone
     std::vector<double> ratios;  // baseline over agent, per round
@@ -511,7 +512,7 @@ std::string describe(const ElementInfo& info) {
 struct Readers {
     bool agent = true;
     bool baseline = true;
-    bool overTheBus = true;  // the agent's reader without the direct connection
+    bool direct = true;  // the agent's reader over a direct connection
 };
 
 // Measures the agent's query and the baseline's in alternation, so that both meet
@@ -521,10 +522,10 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
               double seconds, Readers readers) {
     LinuxPlatform platform(AtspiReads::pipelined);
     AXCGDriver driver(platform, kNodeBudget, kFocusTimeoutSeconds);
-    LinuxPlatform busPlatform(AtspiReads::pipelinedOverTheBus);
-    AXCGDriver busDriver(busPlatform, kNodeBudget, kFocusTimeoutSeconds);
+    LinuxPlatform directPlatform(AtspiReads::pipelinedDirect);
+    AXCGDriver directDriver(directPlatform, kNodeBudget, kFocusTimeoutSeconds);
     const Query agent = [&] { return driver.query(id, std::nullopt, true); };
-    const Query agentOverTheBus = [&] { return busDriver.query(id, std::nullopt, true); };
+    const Query agentDirect = [&] { return directDriver.query(id, std::nullopt, true); };
     const Query baseline = [&] { return baselineQuery(processId, kNodeBudget); };
     const Query process = [&] { return queryAsProcess(id); };
     const Query structure = [&] {
@@ -543,9 +544,9 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
         row.baseline.result = baseline();
         row.baseline.elements = row.baseline.result.size();
     }
-    if (readers.overTheBus) {
-        row.overTheBus.result = agentOverTheBus();
-        row.overTheBus.elements = row.overTheBus.result.size();
+    if (readers.direct) {
+        row.direct.result = agentDirect();
+        row.direct.elements = row.direct.result.size();
     }
     if (readers.agent) {
         row.process.elements = process().size();
@@ -571,8 +572,8 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
         if (readers.baseline) {
             measureOnce(row.baseline, baseline, processId, helpers);
         }
-        if (readers.overTheBus) {
-            measureOnce(row.overTheBus, agentOverTheBus, processId, helpers);
+        if (readers.direct) {
+            measureOnce(row.direct, agentDirect, processId, helpers);
         }
         if (readers.agent) {
             measureOnce(row.process, process, processId, helpers);
@@ -584,7 +585,7 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
     }
 
     row.equal = row.agent.result == row.baseline.result &&
-                (!readers.overTheBus || row.overTheBus.result == row.baseline.result);
+                (!readers.direct || row.direct.result == row.baseline.result);
     // Where a reader's walk first departs from the baseline's, with the elements
     // around it: an element in the one walk and not in the other shifts the rest.
     auto showDifference = [&](const char* reader, const std::vector<ElementInfo>& a) {
@@ -607,8 +608,8 @@ Row benchmark(const std::string& target, const std::string& id, int32_t processI
     if (readers.baseline && readers.agent) {
         showDifference("agent", row.agent.result);
     }
-    if (readers.baseline && readers.overTheBus) {
-        showDifference("bus-only", row.overTheBus.result);
+    if (readers.baseline && readers.direct) {
+        showDifference("direct", row.direct.result);
     }
     return row;
 }
@@ -626,11 +627,11 @@ std::vector<std::string> split(const std::string& text) {
 }
 
 const char* readerName(const Row& row, const Sample* sample) {
-    return sample == &row.agent        ? "agent"
-           : sample == &row.overTheBus ? "bus-only"
-           : sample == &row.process    ? "process"
-           : sample == &row.structure  ? "structure"
-                                       : "baseline";
+    return sample == &row.agent       ? "agent"
+           : sample == &row.direct    ? "direct"
+           : sample == &row.process   ? "process"
+           : sample == &row.structure ? "structure"
+                                      : "baseline";
 }
 
 double ratioOf(double numerator, double denominator) {
@@ -640,17 +641,17 @@ double ratioOf(double numerator, double denominator) {
 void printRows(const std::vector<Row>& rows) {
     std::printf(
         "\nMicroseconds per element, median query. agent: the agent's query as it runs\n"
-        "(pipelined, over the direct connection the application offers); bus-only: the\n"
-        "same over the accessibility bus; baseline: one synchronous libatspi call per\n"
+        "(pipelined, over the accessibility bus); direct: the same over a direct\n"
+        "connection to the application; baseline: one synchronous libatspi call per\n"
         "read. The ratio is the median over rounds of the baseline's query time over the\n"
         "agent's, the two measured one after the other.\n\n");
-    std::printf("%-36s %8s %11s %9s %14s %7s  %s\n", "target", "elements", "agent us/el",
-                "bus-only", "baseline us/el", "ratio", "same elements");
+    std::printf("%-36s %8s %11s %9s %14s %7s  %s\n", "target", "elements", "agent us/el", "direct",
+                "baseline us/el", "ratio", "same elements");
     for (const auto& row : rows) {
         const bool compared = row.agent.repetitions > 0 && row.baseline.repetitions > 0;
         std::printf("%-36s %8zu %11.1f %9.1f %14.1f %6.1fx  %s\n", row.target.c_str(),
                     row.agent.elements, row.agent.medianMicroseconds(),
-                    row.overTheBus.medianMicroseconds(), row.baseline.medianMicroseconds(),
+                    row.direct.medianMicroseconds(), row.baseline.medianMicroseconds(),
                     row.medianRatio(),
                     !compared   ? "-"
                     : row.equal ? "yes"
@@ -690,7 +691,7 @@ void printRows(const std::vector<Row>& rows) {
     std::printf("%-36s %-8s %5s %8s %8s %11s %6s %6s %14s\n", "target", "reader", "runs", "wall",
                 "agent", "application", "X", "bus", "queued a/app");
     for (const auto& row : rows) {
-        for (const auto* sample : {&row.agent, &row.overTheBus, &row.structure, &row.baseline}) {
+        for (const auto* sample : {&row.agent, &row.direct, &row.structure, &row.baseline}) {
             if (sample->repetitions == 0) {
                 continue;
             }
@@ -710,7 +711,7 @@ void printRows(const std::vector<Row>& rows) {
     std::printf("%-36s %-8s %9s %8s %8s %8s %11s\n", "target", "reader", "requests", "writes",
                 "reads", "blocks", "blocked us");
     for (const auto& row : rows) {
-        for (const auto* sample : {&row.agent, &row.overTheBus, &row.structure}) {
+        for (const auto* sample : {&row.agent, &row.direct, &row.structure}) {
             const double count = static_cast<double>(sample->elements) * sample->repetitions;
             if (count == 0) {
                 continue;
@@ -805,12 +806,12 @@ int main(int argc, char** argv) {
             auto names = split(argv[++i]);
             readers.agent = std::find(names.begin(), names.end(), "agent") != names.end();
             readers.baseline = std::find(names.begin(), names.end(), "baseline") != names.end();
-            readers.overTheBus = std::find(names.begin(), names.end(), "bus-only") != names.end();
+            readers.direct = std::find(names.begin(), names.end(), "direct") != names.end();
         } else {
             std::fprintf(stderr,
                          "usage: velmora-bench-snapshot [--sizes 300,1000,3000] "
                          "[--apps org.xfce.mousepad,galculator,gtk3-demo] [--seconds S] "
-                         "[--readers agent,bus-only,baseline] [--page N]\n");
+                         "[--readers agent,direct,baseline] [--page N]\n");
             return 64;
         }
     }

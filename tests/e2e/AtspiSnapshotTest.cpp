@@ -57,6 +57,7 @@ class FakeApplication : public AtspiTransport {
     bool offersCache = true;
     bool refusesGetChildren = false;
     bool refusesPropertyBatches = false;
+    bool silent = false;  // every request times out unanswered
     std::string toolkit;  // its ToolkitName
     std::vector<AtspiRequest> sent;
     int waits = 0;
@@ -120,6 +121,9 @@ class FakeApplication : public AtspiTransport {
     }
 
     AtspiReply answer(const AtspiRequest& request) {
+        if (silent) {
+            return AtspiReply::noAnswer();
+        }
         AtspiReply reply;
         if (request.call == AtspiCall::cacheItems) {
             if (!offersCache) {
@@ -913,6 +917,41 @@ TEST_F(AtspiSnapshotTest, AnApplicationThatIsGoneAnswersNothing) {
     ASSERT_EQ(elements.size(), 1u);
     EXPECT_EQ(elements[0],
               info("AXUnknown", std::nullopt, std::nullopt, false, std::nullopt, std::nullopt));
+}
+
+TEST_F(AtspiSnapshotTest, AfterARequestGoesUnansweredEveryReadFailsWithoutAsking) {
+    addWideTree(2, 3);
+    application->silent = true;
+    AXElement root = platform.applicationElement(kPid);
+    const auto reads = platform.copyAttributes(root, {"AXRole", "AXTitle", "AXChildren"});
+    ASSERT_EQ(reads.size(), 3u);
+    for (const auto& read : reads) {
+        EXPECT_EQ(read.code, kAXErrorCannotComplete);
+    }
+    // The walk's first questions (the cache and the toolkit) went unanswered:
+    // one wait, and the element itself was never asked about.
+    EXPECT_EQ(application->sent.size(), 2u);
+    EXPECT_EQ(application->waits, 1);
+    // Nor is anything asked again in this snapshot, even once it would answer.
+    application->silent = false;
+    EXPECT_EQ(platform.copyAttribute(root, "AXTitle").code, kAXErrorCannotComplete);
+    EXPECT_EQ(platform.copyAttributeValues(root, "AXChildren", 0, 10).code, kAXErrorCannotComplete);
+    EXPECT_EQ(application->sent.size(), 2u);
+    // A new snapshot asks again.
+    EXPECT_EQ(query().size(), 1u + 2u * 9u);
+}
+
+TEST_F(AtspiSnapshotTest, AnUnansweredReadOfOneAttributeFailsAfterOneWait) {
+    addWideTree(1, 1);
+    application->silent = true;
+    AXElement root = platform.applicationElement(kPid);
+    EXPECT_EQ(platform.copyAttribute(root, "AXRole").code, kAXErrorCannotComplete);
+    EXPECT_EQ(application->waits, 1);
+    const size_t sent = application->sent.size();
+    EXPECT_GT(sent, 0u);
+    EXPECT_EQ(platform.copyAttribute(root, "AXChildren").code, kAXErrorCannotComplete);
+    EXPECT_EQ(application->sent.size(), sent);
+    EXPECT_EQ(application->waits, 1);
 }
 
 }  // namespace

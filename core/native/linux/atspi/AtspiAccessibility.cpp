@@ -479,7 +479,7 @@ bool AtspiAccessibility::unreachable(const AtspiAddress& application) {
     // The direct connection is asked for with the first read, under the
     // application's time limit: an application that does not answer that
     // question does not answer the read either.
-    return reads_ == AtspiReads::pipelined && transport_->connect(application.busName);
+    return reads_ == AtspiReads::pipelinedDirect && transport_->connect(application.busName);
 }
 
 double AtspiAccessibility::timeoutOf(AtspiAccessible* object) const {

@@ -169,6 +169,10 @@ class Snapshot : public std::enable_shared_from_this<Snapshot> {
     bool textToTheEnd_ = false;
     bool childlessInCache_ = false;
     uint64_t visits_ = 0;
+    // Whether a request of this snapshot went unanswered within the time limit:
+    // then every read fails at once, as reads of an application that does not
+    // answer fail, rather than each wait out the limit again.
+    bool unanswered_ = false;
     // Whether the application is asked for its objects' properties in batches:
     // where its toolkit is known to answer them, until one fails.
     bool propertyBatches_ = false;
@@ -216,6 +220,7 @@ void Snapshot::ask(const std::shared_ptr<Node>& node, AtspiRequest request, Appl
             return;
         }
         --answered->outstanding;
+        self->unanswered_ = self->unanswered_ || reply.unanswered;
         apply(*answered, reply);
         self->advance(answered);
     });
@@ -263,8 +268,14 @@ void Snapshot::prepare(const std::shared_ptr<Node>& node, Attributes attributes)
             servedBefore = true;
         }
     }
+    if (unanswered_) {
+        return;  // nothing more is asked of an application that did not answer
+    }
     if (!node->requested) {
         waitForCache();
+        if (unanswered_) {
+            return;
+        }
         request(node);
     } else if (ready(*node) && servedBefore) {
         refetch(node);
@@ -296,6 +307,9 @@ AttributeRead Snapshot::read(const std::shared_ptr<Node>& node, int attribute) {
     // A reader that starts with one attribute at a time is given everything.
     want(wantedKnown_ ? bit(attribute) : kEveryAttribute, node);
     prepare(node, bit(attribute));
+    if (unanswered_) {
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
     ++node->served[attribute];
     return answer(node, attribute);
 }
@@ -314,6 +328,10 @@ std::vector<AttributeRead> Snapshot::readMany(const std::shared_ptr<Node>& node,
     }
     want(asked, node);
     prepare(node, asked);
+    if (unanswered_) {
+        return std::vector<AttributeRead>(attributes.size(),
+                                          AttributeRead::failure(kAXErrorCannotComplete));
+    }
     std::vector<AttributeRead> answers;
     answers.reserve(attributes.size());
     for (int attribute : attributes) {
@@ -331,6 +349,9 @@ AttributeRead Snapshot::readChildren(const std::shared_ptr<Node>& node, int64_t 
     childLimit_ = wantedEnd;
     want(bit(kChildren), node);
     prepare(node, bit(kChildren));
+    if (unanswered_) {
+        return AttributeRead::failure(kAXErrorCannotComplete);
+    }
     ++node->served[kChildren];
     if (node->childrenByIndex && node->record.children.ok() && node->childCount >= 0) {
         // Fetched ahead as far as an earlier limit reached: fetch the rest of the
@@ -428,6 +449,7 @@ void Snapshot::askCache() {
                          if (!self) {
                              return;
                          }
+                         self->unanswered_ = self->unanswered_ || reply.unanswered;
                          if (reply.ok) {
                              self->index_ = std::make_shared<AtspiCacheIndex>(busName, reply.items);
                              self->cache_ = Cache::ready;
@@ -443,6 +465,7 @@ void Snapshot::askToolkit() {
     transport_->send(
         AtspiRequest{AtspiCall::toolkitName, application_}, [weakSelf](const AtspiReply& reply) {
             if (auto self = weakSelf.lock()) {
+                self->unanswered_ = self->unanswered_ || reply.unanswered;
                 self->textToTheEnd_ = reply.ok && readsTextToTheEndAtMinusOne(reply.text);
                 self->childlessInCache_ = reply.ok && cachedChildlessMeansNoChildren(reply.text);
                 self->propertyBatches_ = reply.ok && answersPropertyBatches(reply.text);
@@ -661,6 +684,9 @@ void Snapshot::askChildSlots(const std::shared_ptr<Node>& node, size_t upTo) {
 }
 
 void Snapshot::advance(const std::shared_ptr<Node>& node) {
+    if (unanswered_) {
+        return;  // what is missing stays missing: asking again would wait again
+    }
     AtspiRecord& record = node->record;
 
     // Asked for in a batch the application refused: asked for one by one.

@@ -18,10 +18,11 @@
 // Requests are marshalled here (DBusMethodCall.h) and written in batches, one
 // system call for everything queued since the last pump, and answers are read
 // 64 KiB at a time - where libdbus would build, check and write each message on
-// its own, and read at most 2 KiB per system call. Requests to an application go over a direct
-// (peer-to-peer) connection to it when it offers one (Application.GetApplicationBusAddress, asked
-// once per application over the accessibility bus), so that neither the bus daemon's routing nor
-// its round trip is paid; otherwise over a private connection to the accessibility bus. Both
+// its own, and read at most 2 KiB per system call. Requests to an application go over a private
+// connection to the accessibility bus, or over a direct (peer-to-peer) connection to it once
+// connect() has opened one (Application.GetApplicationBusAddress, asked over the bus), so that
+// neither the bus daemon's routing nor its round trip is paid. The application keeps a direct
+// connection until it exits, closed or not: only a reader that lives long should open one. Both
 // connections are this transport's own, apart from any libatspi keeps, so that answers are
 // never taken from under it. The applications themselves are found over the same connection
 // (the registry's list, and the bus's owner of each), so that the pipelined reader needs no

@@ -43,6 +43,16 @@
 // request, but it lists every object the application caches, not only those the
 // walk will reach.
 //
+// Without the cache. An element the cache does not list is asked for its name,
+// identifier and child count in one request (Properties.GetAll), where the
+// application's toolkit is known to answer that (AtspiRecord.h), and for its
+// child list only when it counts children.
+//
+// An application that does not answer. Once a request of the snapshot has gone
+// unanswered within the time limit, every later read of it fails at once
+// (kAXErrorCannotComplete) and nothing more is sent: its requests go out
+// together and time out together, and asking again would only wait again.
+//
 // Sending and waiting. Requests are sent every few elements read, and then what
 // has come back is taken in, so that the application always has work queued
 // while the walk reads what is ready. When the walk catches up with the

@@ -524,16 +524,10 @@ void Snapshot::request(const std::shared_ptr<Node>& node) {
             // child list.
             askChildCount(node);
         }
-        if (wanted(kTitle) && !batched) {
-            askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
-        }
         // Which interfaces an object has does not change: read once, as libatspi does.
         if (needsInterfaces && !record.interfaces.ok()) {
             askFact(node, &AtspiRecord::interfaces, &AtspiReply::interfaces, AtspiCall::interfaces);
         }
-    }
-    if (wanted(kIdentifier) && record.accessibleId.state == Fetched<std::string>::State::unasked) {
-        askFact(node, &AtspiRecord::accessibleId, &AtspiReply::text, AtspiCall::accessibleId);
     }
     advance(node);
 }
@@ -689,7 +683,8 @@ void Snapshot::advance(const std::shared_ptr<Node>& node) {
     }
     AtspiRecord& record = node->record;
 
-    // Asked for in a batch the application refused: asked for one by one.
+    // The name and identifier, where neither the cache nor a batch gave them (or
+    // the application refused the batch): one request each.
     if (node->requested && wanted(kTitle) &&
         record.name.state == Fetched<std::string>::State::unasked) {
         askFact(node, &AtspiRecord::name, &AtspiReply::text, AtspiCall::name);
